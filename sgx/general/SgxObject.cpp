@@ -1,0 +1,3 @@
+#include "sgx/general/SgxObject.h"
+
+SgxObject::~SgxObject() = default;

@@ -1,0 +1,3 @@
+#include "sgx/persistence/Persistence.h"
+
+SgxVersion<Persistence> Persistence::getVersion() { return {2, 0, 1}; }
