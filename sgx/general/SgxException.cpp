@@ -33,6 +33,10 @@ SgxLogBase& SgxException::getLog() {
 
 void SgxException::raise(const SgxString& reason) { raise(SgxException(reason)); }
 
+void SgxException::raise(const char* reason) {
+    raise(SgxException(reason ? SgxString(reason) : SgxString()));
+}
+
 void SgxException::logThrow(const SgxException& e) {
     SgxLogBase& log = getLog();
     if (log.isEnabled("Throw"))

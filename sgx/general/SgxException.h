@@ -8,6 +8,7 @@
 #include "sgx/general/SgxString.h"
 #include "sgx/general/sgxgeneral_export.h"
 
+#include <concepts>
 #include <exception>
 
 class SgxLogBase;
@@ -32,12 +33,18 @@ public:
 
     // Raises `e` after writing "Exception throw: " + its reason text under the log category
     // "Throw" when that category is enabled. Every throw site of the libraries goes through here.
-    template <class E> [[noreturn]] static void raise(const E& e) {
+    // A copy of `e` is thrown as its static type E, so pass the derived object itself, not a
+    // reference to a base, or the throw slices it.
+    template <class E>
+    [[noreturn]] static void raise(const E& e) requires std::derived_from<E, SgxException> {
         logThrow(e);
         throw e;
     }
     // Shorthand for raise(SgxException(reason)).
-    [[noreturn]] static void raise(const SgxString& reason);
+    [[noreturn, gnu::cold]] static void raise(const SgxString& reason);
+    // Shorthand for raise(SgxException(reason)) from a text literal. Out of line, so the inline
+    // checks of the pointer templates cost a call only when they fail.
+    [[noreturn, gnu::cold]] static void raise(const char* reason);
     // Writes "Exception catch" (+ ": " + reason text when `caught` is non-null) under the log
     // category "Catch" when that category is enabled. Used by catch sites that swallow errors.
     static void logCatch(const SgxException* caught) noexcept;

@@ -1,0 +1,5 @@
+#include "sgx/general/SgxCyclicPtr.h"
+
+SgxCyclicPtrBody::~SgxCyclicPtrBody() = default;
+
+void workaroundVCBug(void*) noexcept {}
