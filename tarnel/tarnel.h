@@ -2,6 +2,17 @@
 // interface uses, so a host needs only this one.
 #pragma once
 
+#include "sgx/general/SgxCountedPtr.h"
+#include "sgx/general/SgxCyclicPtr.h"
 #include "sgx/general/SgxException.h"
 #include "sgx/general/SgxLogBase.h"
+#include "sgx/general/SgxSimplePtr.h"
 #include "sgx/general/SgxString.h"
+#include "sgx/general/SgxVersion.h"
+
+#include "tarnel/core/TNAttrType.h"
+#include "tarnel/core/TNCollectable.h"
+#include "tarnel/core/TNException.h"
+#include "tarnel/core/TNValue.h"
+#include "tarnel/core/Tarnel.h"
+

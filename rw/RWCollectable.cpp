@@ -1,0 +1,474 @@
+#include "rw/RWCollectable.h"
+
+#include "rw/RWFile.h"
+#include "sgx/general/SgxException.h"
+
+#include <functional>
+#include <limits>
+#include <memory>
+#include <unordered_map>
+#include <vector>
+
+// ---------------------------------------------------------------------------------------------
+// The factory
+
+namespace {
+
+struct FactoryEntry {
+    RWuserCreator create;
+    RWStringID name;
+};
+
+struct Factory {
+    std::unordered_map<RWClassID, FactoryEntry> byId;
+    std::unordered_map<RWStringID, RWClassID> byName;
+};
+
+// Never destroyed: libraries remove their classes from their own static destructors, which may
+// run after this library's.
+Factory& factory() {
+    static Factory* const instance = new Factory;
+    return *instance;
+}
+
+const FactoryEntry* findEntry(RWClassID id) {
+    const auto found = factory().byId.find(id);
+    return found == factory().byId.end() ? nullptr : &found->second;
+}
+
+// Constant-initialised, so classes of any library may draw ids during static initialisation.
+uint32_t g_nextAtom = 0x8000;
+
+} // namespace
+
+void rwAddToFactory(RWuserCreator create, RWClassID id, const RWStringID& name) {
+    if (create == nullptr || id == 0 || name.empty() || name.size() > RWMaxClassNameLength)
+        SgxException::raise("Invalid factory registration of class \"" + name + "\" (id " +
+                            std::to_string(id) + ")");
+    Factory& f = factory();
+    const auto byId = f.byId.find(id);
+    const auto byName = f.byName.find(name);
+    if ((byId != f.byId.end() && byId->second.name != name) ||
+        (byName != f.byName.end() && byName->second != id))
+        SgxException::raise("Class \"" + name + "\" (id " + std::to_string(id) +
+                            ") conflicts with a class already in the factory");
+    f.byId[id] = FactoryEntry{create, name};
+    f.byName[name] = id;
+}
+
+void rwRemoveFromFactory(RWClassID id) {
+    Factory& f = factory();
+    const auto found = f.byId.find(id);
+    if (found == f.byId.end())
+        return;
+    f.byName.erase(found->second.name);
+    f.byId.erase(found);
+}
+
+RWCollectable* rwCreateFromFactory(const RWStringID& name) {
+    const auto found = factory().byName.find(name);
+    return found == factory().byName.end() ? nullptr : rwCreateFromFactory(found->second);
+}
+
+RWCollectable* rwCreateFromFactory(RWClassID id) {
+    const FactoryEntry* entry = findEntry(id);
+    return entry == nullptr ? nullptr : entry->create();
+}
+
+RWStringID rwClassName(RWClassID id) {
+    const FactoryEntry* entry = findEntry(id);
+    return entry == nullptr ? RWStringID() : entry->name;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Store and restore contexts
+
+struct RWStreamAccess {
+    static RWSaveContext*& context(RWvostream& stream) { return stream.m_saveContext; }
+    static RWRestoreContext*& context(RWvistream& stream) { return stream.m_restoreContext; }
+};
+
+namespace {
+
+// The contexts running on this thread, innermost first: a destructor of a collectable must find
+// every table that could still name the object.
+class ContextBase;
+thread_local ContextBase* t_innermost = nullptr;
+
+class ContextBase {
+public:
+    ContextBase() : m_outer(t_innermost) { t_innermost = this; }
+    ContextBase(const ContextBase&) = delete;
+    ContextBase& operator=(const ContextBase&) = delete;
+    // Contexts belong to outermost calls, which end in reverse order of their start.
+    virtual ~ContextBase() { t_innermost = m_outer; }
+
+    ContextBase* outer() const { return m_outer; }
+    // Called when `object` is being deleted.
+    virtual void forget(const RWCollectable* object) noexcept = 0;
+    virtual void adopt(const RWCollectable*, const RWCollectable*) {}
+
+private:
+    ContextBase* m_outer;
+};
+
+// Resets a stream's context pointer when the outermost call ends.
+template <class Context> struct ContextSlotReset {
+    Context*& slot;
+    ~ContextSlotReset() { slot = nullptr; }
+};
+
+// Counts the nesting of new objects in a store or restore.
+class DepthGuard {
+public:
+    explicit DepthGuard(unsigned& depth) : m_depth(depth) { ++m_depth; }
+    DepthGuard(const DepthGuard&) = delete;
+    DepthGuard& operator=(const DepthGuard&) = delete;
+    ~DepthGuard() { --m_depth; }
+
+private:
+    unsigned& m_depth;
+};
+
+enum ReferenceTag : uint8_t { TagNil = 0, TagBackReference = 1, TagNewObject = 2 };
+
+} // namespace
+
+class RWSaveContext : public ContextBase {
+public:
+    void forget(const RWCollectable* object) noexcept override { m_indexOf.erase(object); }
+
+    // The index of `object` when it was written earlier in this store.
+    const uint32_t* find(const RWCollectable* object) const {
+        const auto found = m_indexOf.find(object);
+        return found == m_indexOf.end() ? nullptr : &found->second;
+    }
+    void add(const RWCollectable* object) {
+        if (m_next == std::numeric_limits<uint32_t>::max())
+            SgxException::raise("Too many objects in one store");
+        m_indexOf.emplace(object, m_next++);
+    }
+
+    unsigned depth = 0;
+
+private:
+    std::unordered_map<const RWCollectable*, uint32_t> m_indexOf;
+    uint32_t m_next = 0;
+};
+
+class RWRestoreContext : public ContextBase {
+public:
+    void forget(const RWCollectable* object) noexcept override {
+        const auto found = m_indexOf.find(object);
+        if (found == m_indexOf.end())
+            return;
+        m_objects[found->second].object = nullptr;
+        m_indexOf.erase(found);
+    }
+
+    void adopt(const RWCollectable* object, const RWCollectable* owner) override {
+        const auto found = m_indexOf.find(object);
+        if (found == m_indexOf.end())
+            return;
+        const uint32_t index = found->second;
+        Entry& entry = m_objects[index];
+        if (!entry.created)
+            return;
+        if (entry.adopted)
+            SgxException::raise("Object " + std::to_string(index) +
+                                " of the data is claimed by two owners");
+        uint32_t ownerIndex = NoOwner;
+        if (const auto byOwner = m_indexOf.find(owner);
+            owner != nullptr && byOwner != m_indexOf.end())
+            ownerIndex = byOwner->second;
+        // Adoptions so far form a forest, so this walk up from the owner ends.
+        for (uint32_t i = ownerIndex; i != NoOwner; i = m_objects[i].owner)
+            if (i == index)
+                SgxException::raise("Object " + std::to_string(index) +
+                                    " of the data would own itself");
+        entry.adopted = true;
+        entry.owner = ownerIndex;
+    }
+
+    size_t size() const { return m_objects.size(); }
+    // The object read with `index`; null when it has been deleted since.
+    RWCollectable* at(size_t index) const { return m_objects[index].object; }
+
+    // Enters a new object; when `created`, the context owns it until it is adopted (and deletes
+    // it here if entering fails).
+    void add(RWCollectable* object, bool created) {
+        std::unique_ptr<RWCollectable> owner(created ? object : nullptr);
+        m_objects.push_back(Entry{object, NoOwner, created, false});
+        try {
+            m_indexOf.emplace(object, static_cast<uint32_t>(m_objects.size() - 1));
+        } catch (...) {
+            m_objects.pop_back();
+            throw;
+        }
+        owner.release();
+    }
+
+    // Deletes every object this restore created that nobody adopted. Deleting one object may
+    // delete others (those it adopted); forget() clears their entries before the loop gets there.
+    void releaseAfterFailure() noexcept {
+        for (Entry& entry : m_objects) {
+            RWCollectable* object = entry.object;
+            if (object == nullptr || !entry.created || entry.adopted)
+                continue;
+            forget(object);
+            delete object;
+        }
+    }
+
+    unsigned depth = 0;
+
+private:
+    static constexpr uint32_t NoOwner = std::numeric_limits<uint32_t>::max();
+    struct Entry {
+        RWCollectable* object;
+        uint32_t owner; // index of the adopting object, NoOwner when none or outside the data
+        bool created;
+        bool adopted;
+    };
+    std::vector<Entry> m_objects;
+    std::unordered_map<const RWCollectable*, uint32_t> m_indexOf;
+};
+
+namespace {
+
+void writeReference(RWvostream& stream, RWSaveContext& context, const RWCollectable* object) {
+    if (object == nullptr) {
+        stream << uint8_t{TagNil};
+        return;
+    }
+    if (const uint32_t* index = context.find(object)) {
+        stream << uint8_t{TagBackReference} << *index;
+        return;
+    }
+    const FactoryEntry* entry = findEntry(object->isA());
+    if (entry == nullptr)
+        SgxException::raise("Cannot store an object of class id " + std::to_string(object->isA()) +
+                            ": the class is not registered");
+    if (context.depth >= RWMaxNestingDepth)
+        SgxException::raise("Cannot store objects nested deeper than " +
+                            std::to_string(RWMaxNestingDepth));
+    context.add(object);
+    stream << uint8_t{TagNewObject} << entry->name;
+    DepthGuard nested(context.depth);
+    object->saveGuts(stream);
+}
+
+void saveReference(RWvostream& stream, const RWCollectable* object) {
+    RWSaveContext*& slot = RWStreamAccess::context(stream);
+    if (slot != nullptr) {
+        writeReference(stream, *slot, object);
+        return;
+    }
+    RWSaveContext context;
+    slot = &context;
+    ContextSlotReset<RWSaveContext> reset{slot};
+    writeReference(stream, context, object);
+}
+
+// Reads one reference. With a `target`, the reference must be a new object of the target's class,
+// restored into the target.
+RWCollectable* readReference(RWvistream& stream, RWRestoreContext& context, RWCollectable* target) {
+    const uint64_t at = stream.offset();
+    uint8_t tag;
+    stream >> tag;
+    if (tag == TagNil || tag == TagBackReference) {
+        if (target != nullptr)
+            RWvistream::raiseFormatError("Expected a new object of class \"" + target->stringID() +
+                                             "\", found a " + (tag == TagNil ? "nil" : "back-") +
+                                             "reference",
+                                         at);
+        if (tag == TagNil)
+            return nullptr;
+        uint32_t index;
+        stream >> index;
+        if (index >= context.size())
+            RWvistream::raiseFormatError("Back-reference to object " + std::to_string(index) +
+                                             " when " + std::to_string(context.size()) +
+                                             " objects have been read",
+                                         at);
+        RWCollectable* object = context.at(index);
+        if (object == nullptr)
+            RWvistream::raiseFormatError("Back-reference to object " + std::to_string(index) +
+                                             ", which no longer exists",
+                                         at);
+        return object;
+    }
+    if (tag != TagNewObject)
+        RWvistream::raiseFormatError("Invalid reference tag " + std::to_string(tag), at);
+
+    const uint64_t nameAt = stream.offset();
+    uint32_t nameLength;
+    stream >> nameLength;
+    if (nameLength > RWMaxClassNameLength)
+        RWvistream::raiseFormatError("Class name of " + std::to_string(nameLength) +
+                                         " bytes is longer than " +
+                                         std::to_string(RWMaxClassNameLength),
+                                     nameAt);
+    stream.checkCount(nameLength, 1, "class name bytes");
+    RWStringID name(nameLength, '\0');
+    stream.get(name.data(), nameLength);
+    if (context.depth >= RWMaxNestingDepth)
+        RWvistream::raiseFormatError(
+            "Objects nested deeper than " + std::to_string(RWMaxNestingDepth), at);
+
+    RWCollectable* object = target;
+    if (target != nullptr) {
+        if (name != target->stringID())
+            RWvistream::raiseFormatError("Expected an object of class \"" + target->stringID() +
+                                             "\", found \"" + name + "\"",
+                                         nameAt);
+        context.add(target, false);
+    } else {
+        object = rwCreateFromFactory(name);
+        if (object == nullptr)
+            RWvistream::raiseFormatError("Unknown class \"" + name + "\"", nameAt);
+        context.add(object, true);
+    }
+    DepthGuard nested(context.depth);
+    object->restoreGuts(stream);
+    return object;
+}
+
+RWCollectable* restoreReference(RWvistream& stream, RWCollectable* target) {
+    RWRestoreContext*& slot = RWStreamAccess::context(stream);
+    if (slot != nullptr)
+        return readReference(stream, *slot, target);
+    RWRestoreContext context;
+    slot = &context;
+    ContextSlotReset<RWRestoreContext> reset{slot};
+    try {
+        return readReference(stream, context, target);
+    } catch (...) {
+        context.releaseAfterFailure();
+        throw;
+    }
+}
+
+} // namespace
+
+void rwAdopt(const RWCollectable* object, const RWCollectable* owner) {
+    if (object == nullptr)
+        return;
+    for (ContextBase* context = t_innermost; context != nullptr; context = context->outer())
+        context->adopt(object, owner);
+}
+
+// ---------------------------------------------------------------------------------------------
+// RWCollectable
+
+RWCollectable::~RWCollectable() {
+    for (ContextBase* context = t_innermost; context != nullptr; context = context->outer())
+        context->forget(this);
+}
+
+RWCollectable* RWCollectable::newSpecies() const { return rwCreateFromFactory(isA()); }
+
+RWCollectable* RWCollectable::copy() const {
+    SgxException::raise("copy() is not available for class \"" + stringID() + "\"");
+}
+
+RWClassID RWCollectable::isA() const { return classIsA(); }
+
+RWspace RWCollectable::binaryStoreSize() const {
+    // Measured by writing, so the size can never disagree with what saveGuts writes. The object
+    // is entered first, as a store would have entered it, so references to it count as
+    // back-references.
+    RWCountingOStream counter;
+    RWSaveContext context;
+    RWSaveContext*& slot = RWStreamAccess::context(counter);
+    slot = &context;
+    ContextSlotReset<RWSaveContext> reset{slot};
+    context.add(this);
+    DepthGuard nested(context.depth);
+    saveGuts(counter);
+    return counter.offset();
+}
+
+int RWCollectable::compareTo(const RWCollectable* other) const {
+    const std::less<const RWCollectable*> before;
+    return before(this, other) ? -1 : before(other, this) ? 1 : 0;
+}
+
+unsigned RWCollectable::hash() const {
+    return static_cast<unsigned>(std::hash<const RWCollectable*>()(this));
+}
+
+bool RWCollectable::isEqual(const RWCollectable* other) const { return this == other; }
+
+void RWCollectable::restoreGuts(RWvistream&) {}
+
+void RWCollectable::restoreGuts(RWFile& file) {
+    RWFileIStream stream(file);
+    restoreGuts(stream);
+}
+
+void RWCollectable::saveGuts(RWvostream&) const {}
+
+void RWCollectable::saveGuts(RWFile& file) const {
+    RWFileOStream stream(file);
+    saveGuts(stream);
+}
+
+RWClassID RWCollectable::nextAtom() {
+    if (g_nextAtom > std::numeric_limits<RWClassID>::max())
+        SgxException::raise("No class ids left");
+    return static_cast<RWClassID>(g_nextAtom++);
+}
+
+RWStringID RWCollectable::stringID() const { return rwClassName(isA()); }
+
+void RWCollectable::recursiveSaveOn(RWvostream& stream) const { saveReference(stream, this); }
+
+void RWCollectable::recursiveSaveOn(RWFile& file) const {
+    RWFileOStream stream(file);
+    saveReference(stream, this);
+}
+
+RWspace RWCollectable::recursiveStoreSize() const {
+    RWCountingOStream counter;
+    saveReference(counter, this);
+    return counter.offset();
+}
+
+void RWCollectable::recursiveRestoreFrom(RWvistream& stream) { restoreReference(stream, this); }
+
+void RWCollectable::recursiveRestoreFrom(RWFile& file) {
+    RWFileIStream stream(file);
+    restoreReference(stream, this);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Reference operators
+
+RWvostream& operator<<(RWvostream& stream, const RWCollectable* object) {
+    saveReference(stream, object);
+    return stream;
+}
+
+RWvostream& operator<<(RWvostream& stream, const RWCollectable& object) {
+    return stream << &object;
+}
+
+RWFile& operator<<(RWFile& file, const RWCollectable* object) {
+    RWFileOStream stream(file);
+    saveReference(stream, object);
+    return file;
+}
+
+RWFile& operator<<(RWFile& file, const RWCollectable& object) { return file << &object; }
+
+RWvistream& operator>>(RWvistream& stream, RWCollectable*& object) {
+    object = restoreReference(stream, nullptr);
+    return stream;
+}
+
+RWFile& operator>>(RWFile& file, RWCollectable*& object) {
+    RWFileIStream stream(file);
+    object = restoreReference(stream, nullptr);
+    return file;
+}
