@@ -16,3 +16,11 @@
 #include "tarnel/core/TNValue.h"
 #include "tarnel/core/Tarnel.h"
 
+#include "tarnel/metamodel/TNAttrDesc.h"
+#include "tarnel/metamodel/TNClass.h"
+#include "tarnel/metamodel/TNEnumType.h"
+#include "tarnel/metamodel/TNMetamodelVersion.h"
+#include "tarnel/metamodel/TNSchema.h"
+
+#include "tarnel/navigation/TNClassIdentifier.h"
+

@@ -1,0 +1,214 @@
+#include "tarnel/metamodel/TNClass.h"
+
+#include "sgx/general/CSignal2Exception.h"
+#include "sgx/general/SgxException.h"
+#include "tarnel/core/TNException.h"
+#include "tarnel/metamodel/TNAttrDesc.h"
+#include "tarnel/metamodel/TNEnumType.h"
+#include "tarnel/metamodel/TNSchema.h"
+#include "tarnel/metamodel/TNTaggedValues.h"
+#include "tarnel/navigation/TNClassIdentifier.h"
+
+#include <algorithm>
+#include <memory>
+
+TN_DEFINE_COLLECTABLE(TNClass)
+
+namespace {
+
+// The defaults of every class's tagged values, for the life of the process.
+TNTaggedValueMap& classTaggedValueDefaults() {
+    static TNTaggedValueMap defaults;
+    return defaults;
+}
+
+} // namespace
+
+TNClass::TNClass() = default;
+
+TNClass::TNClass(SgxSimplePtr<TNSchema> schema, const SgxString& name)
+    : m_name(name), m_schema(schema), m_classIdentifier(new TNClassIdentifier(name)) {}
+
+TNClass::~TNClass() noexcept {
+    try {
+        CSignal2Exception guard;
+        for (const auto& desc : m_attributes)
+            delete desc.get();
+        // No operation adds an association yet, so there is none to delete.
+        delete m_classIdentifier.get();
+    } catch (const SgxException& e) {
+        SgxException::logCatch(&e);
+    } catch (...) {
+        const SgxException unexpected("Unexpected error deleting TNClass");
+        SgxException::logCatch(&unexpected);
+    }
+}
+
+bool TNClass::isEqual(const RWCollectable* other) const {
+    const auto* cls = dynamic_cast<const TNClass*>(other);
+    return cls != nullptr && *cls == *this;
+}
+
+int TNClass::compareTo(const RWCollectable* other) const {
+    const auto* cls = dynamic_cast<const TNClass*>(other);
+    if (cls == nullptr)
+        return 1;
+    if (m_name == cls->m_name)
+        return 0;
+    return m_name < cls->m_name ? -1 : 1;
+}
+
+unsigned TNClass::hash() const { return static_cast<unsigned>(std::hash<SgxString>{}(m_name)); }
+
+SgxSimplePtr<TNAttrDesc> TNClass::addAttr(const SgxString& name, TNAttrType type,
+                                          const SgxString& enumTypeName,
+                                          const SgxString& originClass) {
+    if (TNAttrDesc* existing = findAttr(name)) {
+        // The same attribute reaching this class again (through a second parent) is accepted
+        // once; a different declaration of the name is not.
+        if (existing->originClass() == originClass)
+            return existing;
+        TNException(TNException::Create, TNException::AttrDescriptor, TNException::DuplicateName)
+            .setAttr(name)
+            .setClass1(m_name)
+            .raise();
+    }
+    const SgxString& origin = originClass.empty() ? m_name : originClass;
+
+    if ((type & TNAttrDesc::kindMask) == TNAttrEnumeration) {
+        if (!m_schema->enumExists(enumTypeName))
+            TNException(TNException::Create, TNException::AttrDescriptor, TNException::NameNotFound)
+                .setAttr(name)
+                .setEnumType(enumTypeName)
+                .raise();
+        // The type must have a literal: reading the first raises for an empty type.
+        static_cast<void>((*m_schema->getEnumType(enumTypeName))[0ul]);
+    }
+
+    tnReserveOneMore(m_attributes);
+    auto owned =
+        std::unique_ptr<TNAttrDesc>(new TNAttrDesc(this, name, type, origin, enumTypeName));
+    SgxSimplePtr<TNAttrDesc> desc(owned.get());
+    // insert_or_assign: a "fullyQualifiedName" entry that attrIndex made before any such
+    // attribute existed is replaced by the real position.
+    m_attrIndex.insert_or_assign(name, static_cast<int32_t>(m_attributes.size()));
+    m_attributes.push_back(desc);
+    owned.release();
+
+    // Hand the attribute down the whole subtree; its origin stays the declaring class. Children
+    // are visited by position, as a descendant's addAttr never changes this list.
+    for (size_t i = 0; i < m_children.size(); ++i)
+        m_children[i]->addAttr(name, type, enumTypeName, origin);
+    return desc;
+}
+
+void TNClass::addChild(SgxSimplePtr<TNClass> child) {
+    m_children.push_back(child);
+    for (size_t i = 0; i < m_attributes.size(); ++i) {
+        const TNAttrDesc& desc = *m_attributes[i];
+        const SgxString enumTypeName =
+            desc.type() == TNAttrEnumeration ? desc.enumType()->name() : SgxString();
+        child->addAttr(desc.name(), desc.type(), enumTypeName, desc.originClass());
+    }
+    child->setParent(this);
+}
+
+void TNClass::addParent(SgxSimplePtr<TNClass> parent) { parent->addChild(this); }
+
+void TNClass::setIsDiagram(bool isDiagram) {
+    if (isDiagram)
+        m_flags |= diagramFlag;
+    else
+        m_flags &= static_cast<uint16_t>(~diagramFlag);
+}
+
+void TNClass::donePopulating() {
+    tnCompact(m_attributes);
+    tnCompact(m_associations);
+    tnCompact(m_objects);
+    // Instances would be frozen here, oldest first; newObject makes none yet.
+}
+
+TNAttrDesc* TNClass::findAttr(std::string_view name) const noexcept {
+    const int32_t index = findAttrIndex(name);
+    if (index < 0 || static_cast<size_t>(index) >= m_attributes.size())
+        return nullptr;
+    TNAttrDesc* desc = m_attributes[static_cast<size_t>(index)].get();
+    // A "fullyQualifiedName" entry made by attrIndex points at slot 0 whatever is there; it
+    // stands for no descriptor.
+    return desc->m_name == name ? desc : nullptr;
+}
+
+const TNAttrDesc& TNClass::operator[](std::string_view attrName) const {
+    const TNAttrDesc* desc = findAttr(attrName);
+    if (desc == nullptr)
+        raiseAttrNotFound(attrName);
+    return *desc;
+}
+
+TNAttrDesc& TNClass::operator[](std::string_view attrName) {
+    TNAttrDesc* desc = findAttr(attrName);
+    if (desc == nullptr)
+        raiseAttrNotFound(attrName);
+    return *desc;
+}
+
+int32_t TNClass::attrIndexMissing(std::string_view name) const {
+    if (name == fullyQualifiedName) {
+        m_attrIndex.emplace(name, 0);
+        return 0;
+    }
+    raiseAttrNotFound(name);
+}
+
+void TNClass::raiseAttrNotFound(std::string_view name) const {
+    TNException(TNException::Access, TNException::AttrDescriptor, TNException::NameNotFound)
+        .setAttr(SgxString(name))
+        .raise();
+}
+
+void TNClass::raiseAssocNotFound(std::string_view otherRoleName, bool withClass) const {
+    TNException e(TNException::Access, TNException::Association, TNException::NameNotFound);
+    e.setAssoc(SgxString(otherRoleName));
+    if (withClass)
+        e.setClass1(m_name);
+    e.raise();
+}
+
+SgxSimplePtr<TNAssociation> TNClass::getAssociation(std::string_view otherRoleName) const {
+    const int32_t index = findAssocIndex(otherRoleName);
+    if (index < 0)
+        raiseAssocNotFound(otherRoleName, true);
+    return m_associations[static_cast<size_t>(index)];
+}
+
+bool TNClass::hasParent(std::string_view className) const {
+    return std::any_of(
+        m_parents.begin(), m_parents.end(),
+        [&](const SgxSimplePtr<TNClass>& parent) { return parent->m_name == className; });
+}
+
+SgxString TNClass::alias() const {
+    return tnAlias(m_taggedValues, classTaggedValueDefaults(), m_name);
+}
+
+TNValue TNClass::taggedValue(const SgxString& name) const {
+    if (const TNValue* value = tnFindTaggedValue(m_taggedValues, classTaggedValueDefaults(), name))
+        return *value;
+    TNException(TNException::Access, TNException::TaggedValue, TNException::NameNotFound)
+        .setClass1(m_name)
+        .setAttr(name)
+        .raise();
+}
+
+void TNClass::taggedValue(const SgxString& name, const TNValue& value) {
+    m_taggedValues.insert_or_assign(name, value);
+}
+
+void TNClass::taggedValueDefault(const SgxString& name, const TNValue& value) {
+    classTaggedValueDefaults().insert_or_assign(name, value);
+}
+
+SgxSimplePtr<TNObject> TNClass::newObject(bool /*flag*/) {
+    SgxException::raise("TNClass::newObject: not available");
+}

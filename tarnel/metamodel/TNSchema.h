@@ -1,0 +1,149 @@
+// TNSchema: the metamodel registry. It owns every metaclass (TNClass) and every enumeration type
+// (TNEnumType) of a model, holds the model's root object and the object directory, and manages
+// the process-wide memory regions from which model instances draw their storage.
+//
+// Ownership: the schema creates its classes and enumeration types and deletes them, exactly once,
+// when it is cleared or destroyed; every SgxSimplePtr it hands out borrows. The root object and
+// the object directory refer to instances that live in the memory regions, never owned one by
+// one. The four memory regions are static: all schemas of the process share them, and
+// unpopulating, clearing or destroying any schema frees them for all.
+//
+// Life cycle: build (newClass, newEnumType, then the classes' addAttr/addChild/...), freeze with
+// donePopulating(), create instances, optionally unpopulate() and populate again, destroy.
+// Not thread-safe: a schema and the regions are used by one thread at a time.
+#pragma once
+
+#include "sgx/general/SgxMemoryRegion.h"
+#include "sgx/general/SgxSimplePtr.h"
+#include "sgx/general/SgxString.h"
+#include "sgx/persistence/SgxCollectable.h"
+#include "tarnel/core/TNCollectable.h"
+#include "tarnel/metamodel/TNNameIndex.h"
+#include "tarnel/tarnel_export.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <vector>
+
+class TNClass;
+class TNEnumType;
+class TNObject;
+
+class TARNEL_API TNSchema : public SgxCollectable {
+    TN_DECLARE_COLLECTABLE(TNSchema)
+public:
+    // The schema-format version this software writes and accepts.
+    static constexpr const char* softwareVersion = "1.8";
+
+    // An empty schema: no classes, no enumeration types, version "1.8", not populated, no root.
+    TNSchema();
+    // A schema owns its classes, which point back at it; a member-wise copy would share and
+    // delete them twice, so schemas are not copied.
+    TNSchema(const TNSchema&) = delete;
+    TNSchema& operator=(const TNSchema&) = delete;
+    // Deletes every class (creation order), then every enumeration type, then frees all memory
+    // regions. Never raises: a failure is caught and logged under "Catch" (an exception that is
+    // not an SgxException as "Unexpected error deleting TNSchema").
+    ~TNSchema() noexcept override;
+
+    // Identity: true only for the very same schema object.
+    bool operator==(const TNSchema& other) const { return this == &other; }
+    // True when `other` is this schema.
+    bool isEqual(const RWCollectable* other) const override;
+
+    // --- Registry --------------------------------------------------------------------------
+
+    // Creates a class named `name` (names are case-sensitive), owned by this schema. Raises
+    // TNException (Create, Class, DuplicateName) with the class name when one of that exact name
+    // exists; nothing changes then.
+    SgxSimplePtr<TNClass> newClass(const SgxString& name);
+    // Creates an empty enumeration type named `name`, owned by this schema. Raises TNException
+    // (Create, EnumType, DuplicateName) with the enumeration type name when the name is taken.
+    SgxSimplePtr<TNEnumType> newEnumType(const SgxString& name);
+    // The class named `name` (borrowed). Raises TNException (Access, Class, NameNotFound) with the
+    // class name when there is none.
+    SgxSimplePtr<TNClass> getClass(const SgxString& name) const;
+    // The enumeration type named `name` (borrowed). Raises TNException (Access, EnumType,
+    // NameNotFound) with the enumeration type name when there is none.
+    SgxSimplePtr<TNEnumType> getEnumType(const SgxString& name) const;
+    // Membership tests; never raise.
+    bool classExists(const SgxString& name) const { return m_classIndex.contains(name); }
+    bool enumExists(const SgxString& name) const { return m_enumIndex.contains(name); }
+    // Copies of the handles in creation order.
+    std::vector<SgxSimplePtr<TNClass>> classes() const { return m_classes; }
+    std::vector<SgxSimplePtr<TNEnumType>> enums() const { return m_enums; }
+    size_t classCount() const { return m_classes.size(); }
+    size_t enumCount() const { return m_enums.size(); }
+
+    // A new instance of the class named `className`: getClass (which raises for an unknown name),
+    // then TNClass::newObject(flag), which see.
+    SgxSimplePtr<TNObject> newObject(const SgxString& className, bool flag);
+
+    // The model's root object (borrowed; null until set and after unpopulate or clear).
+    void setRoot(const SgxSimplePtr<TNObject>& root) { m_root = root; }
+    SgxSimplePtr<TNObject> rootObject() const { return m_root; }
+
+    // The schema-format version: "1.8", or what a schema file stated when read.
+    SgxString version() const { return m_version; }
+
+    // --- Life cycle ------------------------------------------------------------------------
+
+    // Freezes the metamodel: trims the class and enumeration-type vectors to their size
+    // (reporting each trim through countShrinks), calls donePopulating() on every class and then
+    // every enumeration type in creation order, marks the schema populated and frees the
+    // temporary memory region. Raises only what the classes raise.
+    void donePopulating();
+    // Drops the model and keeps the metamodel: every class forgets its instances, the populated
+    // flag and the root are cleared, the object directory is emptied, and all four memory regions
+    // are freed (handles to instances dangle from then on).
+    void unpopulate();
+    bool isFullyPopulated() const { return m_populated; }
+    // Deletes every class and enumeration type (creation order), empties the registry, clears
+    // the populated flag and the root, and frees all memory regions. The schema stays usable.
+    void clear();
+
+    // --- Memory regions (process-wide) -------------------------------------------------------
+
+    // The regions, each created on first use and kept until freed: primary (25 MiB blocks times
+    // the model-size factor) for objects and their slots; string (10 MiB) and double (5 MiB) for
+    // attribute texts and reals; temporary (50 MiB times the factor) for link lists while a model
+    // is populated. The references stay valid until the region is freed.
+    static SgxMemoryRegion& primaryMemoryRegion();
+    static SgxMemoryRegion& stringMemoryRegion();
+    static SgxMemoryRegion& doubleMemoryRegion();
+    static SgxMemoryRegion& temporaryMemoryRegion();
+    // The model-size factor (initially 1), which scales the block size of primary and temporary
+    // regions created afterwards. Setting 0 keeps the old value.
+    static uint64_t get_ModelSize() { return s_modelSize; }
+    static void set_ModelSize(size_t modelSize);
+
+private:
+    // Deletes the primary, string, double and temporary regions (those that exist), in that order.
+    static void freeAllMemoryRegions() noexcept;
+    // Deletes the temporary region if it exists; the next temporaryMemoryRegion() makes a new one.
+    static void freeTemporaryMemoryRegions() noexcept;
+    // Deletes the classes and enumeration types and empties the registry.
+    void deleteMetamodel() noexcept;
+
+    // The object directory (filled and read by the instances' operations; empty until then).
+    std::map<SgxString, SgxSimplePtr<TNObject>, std::less<>> m_objectTable;
+    std::map<SgxSimplePtr<TNObject>, SgxSimplePtr<TNObject>> m_associationTable;
+    std::map<SgxSimplePtr<TNObject>, SgxString> m_directoryTable;
+
+    bool m_populated = false;
+    SgxString m_version;
+    // Creation order lives in the vectors; the hashed indexes are the lookup path (see
+    // TNNameIndex.h). Both always hold the same objects, which this schema owns.
+    std::vector<SgxSimplePtr<TNClass>> m_classes;
+    TNNameMap<SgxSimplePtr<TNClass>> m_classIndex;
+    std::vector<SgxSimplePtr<TNEnumType>> m_enums;
+    TNNameMap<SgxSimplePtr<TNEnumType>> m_enumIndex;
+    SgxSimplePtr<TNObject> m_root;
+
+    static SgxMemoryRegion* s_primaryMemoryRegion;
+    static SgxMemoryRegion* s_stringMemoryRegion;
+    static SgxMemoryRegion* s_doubleMemoryRegion;
+    static SgxMemoryRegion* s_temporaryMemoryRegion;
+    static uint64_t s_modelSize;
+};
