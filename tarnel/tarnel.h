@@ -24,3 +24,6 @@
 
 #include "tarnel/navigation/TNClassIdentifier.h"
 
+#include "tarnel/expressions/TNExpr.h"
+#include "tarnel/expressions/TNScalarExpr.h"
+#include "tarnel/expressions/TNStringExpr.h"

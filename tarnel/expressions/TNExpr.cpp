@@ -1,0 +1,8 @@
+#include "tarnel/expressions/TNExpr.h"
+
+// The family bases are abstract through their destructors; these definitions are what derived
+// destructors call, and they anchor the bases' vtables in the library.
+TNValueExpr::~TNValueExpr() = default;
+TNObjectExpr::~TNObjectExpr() = default;
+TNObjectCollectionExpr::~TNObjectCollectionExpr() = default;
+TNStringCollectionExpr::~TNStringCollectionExpr() = default;

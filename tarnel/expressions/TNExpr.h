@@ -1,0 +1,300 @@
+// TNExpr.h: the expression framework. The four family bases (what a node yields when evaluated),
+// the shared mechanics of every node class, object variables, abstractions and their application,
+// local bindings (Binding and Let) and conditionals (If).
+//
+// Ownership. A host builds an expression graph with `new` and links nodes with SgxCyclicPtrs; a
+// node may be shared by several parents and setters may point a node back at an ancestor. While
+// the graph is built and evaluated no pointer owns anything, so destroying pointers or nodes
+// deletes no operand. To delete a graph, the host keeps the root in an SgxCyclicPtr of its own,
+// calls takeOwnership() on it and destroys that pointer: each node's prepareForDeletion() claims
+// its operand pointers in field order, depth first, so every reachable node ends up owned by
+// exactly one pointer and is deleted exactly once, whatever the sharing and cycles. A Let's
+// binding is the one link that never owns: the binding must also be reachable from the Let's body.
+// Model objects are only borrowed (SgxSimplePtr<TNObject>); no node ever deletes one.
+//
+// Evaluation. operator()() const evaluates a node's subtree and returns the result by value.
+// Evaluating writes object variables and binding caches inside the graph, so a graph is used by
+// one thread at a time and is not re-entrant. Errors raised by operands pass through unchanged;
+// a null operand raises the SgxCyclicPtr null-dereference SgxException of the access used.
+#pragma once
+
+#include "sgx/general/SgxCyclicPtr.h"
+#include "sgx/general/SgxObject.h"
+#include "sgx/general/SgxSimplePtr.h"
+#include "sgx/general/SgxString.h"
+#include "tarnel/core/TNValue.h"
+#include "tarnel/tarnel_export.h"
+
+#include <vector>
+
+class TNObject;
+
+// What object-collection and string-collection expressions yield: sequences in a defined order,
+// duplicates allowed.
+using TNObjectSequence = std::vector<SgxSimplePtr<TNObject>>;
+using TNStringSequence = std::vector<SgxString>;
+
+// ---------------------------------------------------------------------------------------------
+// Family bases. Each is abstract and has no fields; copying one copies nothing but its SgxObject
+// part (a copy starts not owned). Result names what operator()() returns.
+
+// Nodes yielding one TNValue.
+class TARNEL_API TNValueExpr : public SgxObject, public SgxCyclicPtrBody {
+public:
+    using Result = TNValue;
+    TNValueExpr() = default;
+    TNValueExpr(const TNValueExpr&) = default;
+    TNValueExpr& operator=(const TNValueExpr&) = default;
+    ~TNValueExpr() override = 0;
+    virtual TNValue operator()() const = 0;
+};
+
+// Nodes yielding one model object, possibly null.
+class TARNEL_API TNObjectExpr : public SgxObject, public SgxCyclicPtrBody {
+public:
+    using Result = SgxSimplePtr<TNObject>;
+    TNObjectExpr() = default;
+    TNObjectExpr(const TNObjectExpr&) = default;
+    TNObjectExpr& operator=(const TNObjectExpr&) = default;
+    ~TNObjectExpr() override = 0;
+    virtual SgxSimplePtr<TNObject> operator()() const = 0;
+};
+
+// Nodes yielding a sequence of model objects.
+class TARNEL_API TNObjectCollectionExpr : public SgxObject, public SgxCyclicPtrBody {
+public:
+    using Result = TNObjectSequence;
+    TNObjectCollectionExpr() = default;
+    TNObjectCollectionExpr(const TNObjectCollectionExpr&) = default;
+    TNObjectCollectionExpr& operator=(const TNObjectCollectionExpr&) = default;
+    ~TNObjectCollectionExpr() override = 0;
+    virtual TNObjectSequence operator()() const = 0;
+};
+
+// Nodes yielding a sequence of texts.
+class TARNEL_API TNStringCollectionExpr : public SgxObject, public SgxCyclicPtrBody {
+public:
+    using Result = TNStringSequence;
+    TNStringCollectionExpr() = default;
+    TNStringCollectionExpr(const TNStringCollectionExpr&) = default;
+    TNStringCollectionExpr& operator=(const TNStringCollectionExpr&) = default;
+    ~TNStringCollectionExpr() override = 0;
+    virtual TNStringSequence operator()() const = 0;
+};
+
+// Operand pointers of each family.
+using TNValueExprPtr = SgxCyclicPtr<TNValueExpr>;
+using TNObjectExprPtr = SgxCyclicPtr<TNObjectExpr>;
+using TNObjectCollectionExprPtr = SgxCyclicPtr<TNObjectCollectionExpr>;
+using TNStringCollectionExprPtr = SgxCyclicPtr<TNStringCollectionExpr>;
+
+// A node holding a cache that its enclosing Let clears after each evaluation (the Binding nodes).
+// Never deleted through this interface.
+class TARNEL_API TNCachedExpr {
+public:
+    // Forgets the cached result: the next evaluation computes it anew.
+    virtual void flushCache() const = 0;
+
+protected:
+    TNCachedExpr() = default;
+    TNCachedExpr(const TNCachedExpr&) = default;
+    TNCachedExpr& operator=(const TNCachedExpr&) = default;
+    ~TNCachedExpr() = default;
+};
+
+// ---------------------------------------------------------------------------------------------
+// Shared mechanics of node classes. A node class lists, after its public part:
+//   - its constructors (default, and from its operands in field order; copy and assignment stay
+//     implicit: they share the operands, since a copied SgxCyclicPtr never owns);
+//   - operator()() const, its evaluation, the one thing that is the node's own;
+//   - prepareForDeletion() const, calling tnClaimOperands over its pointer fields in field order;
+//   - one TN_EXPR_FIELD per field, in field order.
+
+// Declares the field m_<name> of type Type, default-initialised (null pointer, operator 0,
+// false), with its getter name() const, which returns a copy (a copied pointer never owns), and
+// its setter name(const Type&), a plain assignment that never deletes the operand it replaces.
+// Leaves the class in its private section.
+#define TN_EXPR_FIELD(Type, name)                                                                  \
+public:                                                                                            \
+    Type name() const { return m_##name; }                                                         \
+    void name(const Type& new_##name) { m_##name = new_##name; }                                   \
+                                                                                                   \
+private:                                                                                           \
+    Type m_##name {}
+
+// The body of prepareForDeletion(): claims each operand pointer, left to right.
+template <class... Nodes> inline void tnClaimOperands(const SgxCyclicPtr<Nodes>&... operands) {
+    (operands.takeOwnership(), ...);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Object variables.
+
+// An object variable: yields the object last set, by the host or by an abstraction binding it.
+class TARNEL_API TNObjectVarExpr : public TNObjectExpr {
+public:
+    TNObjectVarExpr() = default;
+    explicit TNObjectVarExpr(const SgxSimplePtr<TNObject>& object) : m_object(object) {}
+
+    SgxSimplePtr<TNObject> operator()() const override { return m_object; }
+    void prepareForDeletion() const override {}
+
+    TN_EXPR_FIELD(SgxSimplePtr<TNObject>, object);
+};
+
+// ---------------------------------------------------------------------------------------------
+// Templates behind the framework nodes, one per kind of node, instantiated once per family.
+
+// Abstraction: a one-parameter function from an object to a Family result. Not a family member.
+template <class Family> class TARNEL_API TNAbsNode : public SgxObject, public SgxCyclicPtrBody {
+public:
+    using Result = typename Family::Result;
+
+    TNAbsNode() = default;
+    TNAbsNode(const SgxCyclicPtr<TNObjectVarExpr>& contextObject, const SgxCyclicPtr<Family>& expr)
+        : m_contextObject(contextObject), m_expr(expr) {}
+
+    // Binds `object` to the variable (which keeps it afterwards) and evaluates the body.
+    Result operator()(const SgxSimplePtr<TNObject>& object) const {
+        m_contextObject->object(object);
+        return (*m_expr)();
+    }
+    void prepareForDeletion() const override { tnClaimOperands(m_contextObject, m_expr); }
+
+    TN_EXPR_FIELD(SgxCyclicPtr<TNObjectVarExpr>, contextObject);
+    TN_EXPR_FIELD(SgxCyclicPtr<Family>, expr);
+};
+
+// Binding: evaluates expr on first use and returns that result until flushCache(). The flag is
+// raised before expr runs, so a path from expr back to this binding yields the result held at
+// that moment instead of recursing; if expr raises, the binding stays cached with its old result.
+// A copy also copies the flag and the cached result.
+template <class Family> class TARNEL_API TNBindingNode : public Family, public TNCachedExpr {
+public:
+    using Result = typename Family::Result;
+
+    TNBindingNode() = default;
+    explicit TNBindingNode(const SgxCyclicPtr<Family>& expr) : m_expr(expr) {}
+
+    Result operator()() const override {
+        if (!m_cached) {
+            m_cached = true;
+            m_value = (*m_expr)();
+        }
+        return m_value;
+    }
+    void flushCache() const override {
+        m_cached = false;
+        m_value = Result();
+    }
+    void prepareForDeletion() const override { tnClaimOperands(m_expr); }
+
+    bool cached() const { return m_cached; }
+    void cached(const bool& newCached) { m_cached = newCached; }
+    // The cached result.
+    Result value() const { return m_value; }
+    void value(const Result& newValue) { m_value = newValue; }
+
+private:
+    mutable bool m_cached = false;
+    mutable Result m_value{};
+    TN_EXPR_FIELD(SgxCyclicPtr<Family>, expr);
+};
+
+// Let: evaluates expr, then flushes the binding, so a binding used anywhere in expr is computed
+// at most once per evaluation of the Let. The binding is neither evaluated here nor owned: it
+// must be reachable from expr. If expr raises, the flush is skipped.
+template <class Family> class TARNEL_API TNLetNode : public Family {
+public:
+    using Result = typename Family::Result;
+
+    TNLetNode() = default;
+    TNLetNode(const SgxSimplePtr<TNCachedExpr>& binding, const SgxCyclicPtr<Family>& expr)
+        : m_binding(binding), m_expr(expr) {}
+
+    Result operator()() const override {
+        Result result = (*m_expr)();
+        m_binding->flushCache();
+        return result;
+    }
+    void prepareForDeletion() const override { tnClaimOperands(m_expr); }
+
+    TN_EXPR_FIELD(SgxSimplePtr<TNCachedExpr>, binding);
+    TN_EXPR_FIELD(SgxCyclicPtr<Family>, expr);
+};
+
+// If: evaluates testExpr as a truth value (TNValue::asBoolean), then only the chosen branch.
+template <class Family> class TARNEL_API TNIfNode : public Family {
+public:
+    using Result = typename Family::Result;
+
+    TNIfNode() = default;
+    TNIfNode(const TNValueExprPtr& testExpr, const SgxCyclicPtr<Family>& thenExpr,
+             const SgxCyclicPtr<Family>& elseExpr)
+        : m_testExpr(testExpr), m_thenExpr(thenExpr), m_elseExpr(elseExpr) {}
+
+    Result operator()() const override {
+        return (*m_testExpr)().asBoolean() ? (*m_thenExpr)() : (*m_elseExpr)();
+    }
+    void prepareForDeletion() const override {
+        tnClaimOperands(m_testExpr, m_thenExpr, m_elseExpr);
+    }
+
+    TN_EXPR_FIELD(TNValueExprPtr, testExpr);
+    TN_EXPR_FIELD(SgxCyclicPtr<Family>, thenExpr);
+    TN_EXPR_FIELD(SgxCyclicPtr<Family>, elseExpr);
+};
+
+// Declares the framework node `Name` as the template instance `Node`, with its constructors.
+#define TN_FRAMEWORK_NODE(Name, Node)                                                              \
+    class TARNEL_API Name : public Node {                                                          \
+        using Base = Node;                                                                         \
+                                                                                                   \
+    public:                                                                                        \
+        using Base::Base;                                                                          \
+    }
+
+// ---------------------------------------------------------------------------------------------
+// The framework nodes.
+
+// Abstractions: contextObject, expr. Called as abs(object).
+TN_FRAMEWORK_NODE(TNValueAbsExpr, TNAbsNode<TNValueExpr>);
+TN_FRAMEWORK_NODE(TNObjectAbsExpr, TNAbsNode<TNObjectExpr>);
+TN_FRAMEWORK_NODE(TNObjectCollectionAbsExpr, TNAbsNode<TNObjectCollectionExpr>);
+TN_FRAMEWORK_NODE(TNStringCollectionAbsExpr, TNAbsNode<TNStringCollectionExpr>);
+
+// Bindings: cached, value, expr.
+TN_FRAMEWORK_NODE(TNValueBindingExpr, TNBindingNode<TNValueExpr>);
+TN_FRAMEWORK_NODE(TNObjectBindingExpr, TNBindingNode<TNObjectExpr>);
+TN_FRAMEWORK_NODE(TNObjectCollectionBindingExpr, TNBindingNode<TNObjectCollectionExpr>);
+TN_FRAMEWORK_NODE(TNStringCollectionBindingExpr, TNBindingNode<TNStringCollectionExpr>);
+
+// Lets: binding, expr.
+TN_FRAMEWORK_NODE(TNLetValueExpr, TNLetNode<TNValueExpr>);
+TN_FRAMEWORK_NODE(TNLetObjectExpr, TNLetNode<TNObjectExpr>);
+TN_FRAMEWORK_NODE(TNLetObjectCollectionExpr, TNLetNode<TNObjectCollectionExpr>);
+TN_FRAMEWORK_NODE(TNLetStringCollectionExpr, TNLetNode<TNStringCollectionExpr>);
+
+// Conditionals: testExpr, thenExpr, elseExpr.
+TN_FRAMEWORK_NODE(TNIfValueExpr, TNIfNode<TNValueExpr>);
+TN_FRAMEWORK_NODE(TNIfObjectExpr, TNIfNode<TNObjectExpr>);
+TN_FRAMEWORK_NODE(TNIfObjectCollectionExpr, TNIfNode<TNObjectCollectionExpr>);
+TN_FRAMEWORK_NODE(TNIfStringCollectionExpr, TNIfNode<TNStringCollectionExpr>);
+
+// Application: evaluates parameter to an object first, then calls abstraction with it.
+class TARNEL_API TNApplyValueExpr : public TNValueExpr {
+public:
+    TNApplyValueExpr() = default;
+    TNApplyValueExpr(const SgxCyclicPtr<TNValueAbsExpr>& abstraction,
+                     const TNObjectExprPtr& parameter)
+        : m_abstraction(abstraction), m_parameter(parameter) {}
+
+    TNValue operator()() const override {
+        const SgxSimplePtr<TNObject> object = (*m_parameter)();
+        return (*m_abstraction)(object);
+    }
+    void prepareForDeletion() const override { tnClaimOperands(m_abstraction, m_parameter); }
+
+    TN_EXPR_FIELD(SgxCyclicPtr<TNValueAbsExpr>, abstraction);
+    TN_EXPR_FIELD(TNObjectExprPtr, parameter);
+};

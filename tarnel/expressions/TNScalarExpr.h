@@ -1,0 +1,135 @@
+// TNScalarExpr.h: value operators computing one TNValue from other values or from the size of a
+// collection: comparison, logic, arithmetic, type conversion, constants and counting.
+//
+// Every type rule is TNValue's: the left operand's type decides how the right one is read, and a
+// type mismatch is never an error (it converts or yields TNVNone). Operands are owned as the
+// framework describes (TNExpr.h); prepareForDeletion() claims them in field order. An operator
+// enumeration holds 0 after default construction, which is not a valid operator.
+#pragma once
+
+#include "tarnel/expressions/TNExpr.h"
+
+#include <cstdint>
+
+// Comparison of lhs with rhs, as TNValue::operator== and operator< compare them (lhs decides).
+// Yields a TNVBoolean. rhs is evaluated before lhs. TNGreater and TNLessEqual, when the two
+// values are not equal, evaluate both operands a second time (rhs first again) and decide on the
+// new values, so operands with side effects or caches see two evaluations. An invalid operator
+// yields false.
+class TARNEL_API TNRelationalExpr : public TNValueExpr {
+public:
+    enum TNRelOp : int32_t {
+        TNEqual = 1,       // lhs == rhs
+        TNNotEqual = 2,    // not (lhs == rhs)
+        TNLess = 3,        // lhs < rhs
+        TNGreater = 4,     // not equal and not less
+        TNLessEqual = 5,   // equal, or else less
+        TNGreaterEqual = 6 // not less
+    };
+
+    TNRelationalExpr() = default;
+    TNRelationalExpr(const TNValueExprPtr& lhs, TNRelOp op, const TNValueExprPtr& rhs)
+        : m_lhs(lhs), m_rhs(rhs), m_op(op) {}
+
+    TNValue operator()() const override;
+    void prepareForDeletion() const override { tnClaimOperands(m_lhs, m_rhs); }
+
+    TN_EXPR_FIELD(TNValueExprPtr, lhs);
+    TN_EXPR_FIELD(TNValueExprPtr, rhs);
+    TN_EXPR_FIELD(TNRelOp, op);
+};
+
+// Logic on operands read with TNValue::asBoolean(); yields a TNVBoolean. lhs is evaluated first
+// and rhs only when it decides the result. TNNot ignores rhs, which may then be null. An invalid
+// operator yields false.
+class TARNEL_API TNBooleanExpr : public TNValueExpr {
+public:
+    enum TNLogOp : int32_t {
+        TNAnd = 1,    // lhs and rhs
+        TNOr = 2,     // lhs or rhs
+        TNNot = 3,    // not lhs
+        TNImplies = 4 // if lhs then rhs, else true
+    };
+
+    TNBooleanExpr() = default;
+    TNBooleanExpr(const TNValueExprPtr& lhs, TNLogOp op, const TNValueExprPtr& rhs)
+        : m_lhs(lhs), m_rhs(rhs), m_op(op) {}
+
+    TNValue operator()() const override;
+    void prepareForDeletion() const override { tnClaimOperands(m_lhs, m_rhs); }
+
+    TN_EXPR_FIELD(TNValueExprPtr, lhs);
+    TN_EXPR_FIELD(TNValueExprPtr, rhs);
+    TN_EXPR_FIELD(TNLogOp, op);
+};
+
+// Arithmetic dispatched on lhs's type; rhs (which may be null, reading as TNVNone) is converted
+// to it. An integer lhs gives a TNVInt computed in 32 bits, wrapping (a real rhs is truncated); a
+// real lhs gives a TNVDouble; a text lhs concatenates the text of rhs under TNPlus; everything
+// else, a truth-value lhs included, gives TNVNone. TNMinus with a null rhs negates lhs. Dividing by
+// an integer 0 (rhs read with asLongInt(), so 0.5 counts) or a real 0.0 raises SgxException
+// "ArithmeticExpr: Divison by zero.". The smallest integer divided by -1 wraps to itself.
+class TARNEL_API TNArithmeticExpr : public TNValueExpr {
+public:
+    enum TNArithOp : int32_t {
+        TNPlus = 1,   // sum, or concatenation of texts
+        TNMinus = 2,  // difference, or negation when rhs is null
+        TNTimes = 3,  // product
+        TNDivide = 4, // quotient, integers truncated toward zero
+    };
+
+    TNArithmeticExpr() = default;
+    TNArithmeticExpr(const TNValueExprPtr& lhs, TNArithOp op, const TNValueExprPtr& rhs)
+        : m_lhs(lhs), m_rhs(rhs), m_op(op) {}
+
+    TNValue operator()() const override;
+    void prepareForDeletion() const override { tnClaimOperands(m_lhs, m_rhs); }
+
+    TN_EXPR_FIELD(TNValueExprPtr, lhs);
+    TN_EXPR_FIELD(TNValueExprPtr, rhs);
+    TN_EXPR_FIELD(TNArithOp, op);
+};
+
+// The value of `value` converted by TNValue::setType(to): TNVNone and TNVLong leave it as it is.
+// `from` is recorded for the host and takes no part in the evaluation.
+class TARNEL_API TNConversionExpr : public TNValueExpr {
+public:
+    TNConversionExpr() = default;
+    TNConversionExpr(const TNValueExprPtr& value, TNValueType from, TNValueType to)
+        : m_value(value), m_from(from), m_to(to) {}
+
+    TNValue operator()() const override;
+    void prepareForDeletion() const override { tnClaimOperands(m_value); }
+
+    TN_EXPR_FIELD(TNValueExprPtr, value);
+    TN_EXPR_FIELD(TNValueType, from);
+    TN_EXPR_FIELD(TNValueType, to);
+};
+
+// A constant: yields a copy of `value` (TNVNone by default).
+class TARNEL_API TNConstantExpr : public TNValueExpr {
+public:
+    TNConstantExpr() = default;
+    explicit TNConstantExpr(const TNValue& value) : m_value(value) {}
+    // An integer constant; without it a literal 0 would choose the text constructor.
+    explicit TNConstantExpr(int value) : m_value(value) {}
+    explicit TNConstantExpr(const SgxString& text) : m_value(text) {}
+    explicit TNConstantExpr(const char* text) : m_value(text) {}
+
+    TNValue operator()() const override { return m_value; }
+    void prepareForDeletion() const override {}
+
+    TN_EXPR_FIELD(TNValue, value);
+};
+
+// The number of objects that `collection` yields, duplicates counted, as a TNVInt.
+class TARNEL_API TNCountExpr : public TNValueExpr {
+public:
+    TNCountExpr() = default;
+    explicit TNCountExpr(const TNObjectCollectionExprPtr& collection) : m_collection(collection) {}
+
+    TNValue operator()() const override;
+    void prepareForDeletion() const override { tnClaimOperands(m_collection); }
+
+    TN_EXPR_FIELD(TNObjectCollectionExprPtr, collection);
+};

@@ -1,0 +1,106 @@
+#include "tarnel/expressions/TNStringExpr.h"
+
+#include "rw/RWClassicCString.h"
+
+#include <utility>
+
+namespace {
+
+// An operand's value read as text (TNValue::asString()), copied only when the value is not a
+// text already. The view stays valid while this object lives; it is never copied or moved.
+class Text {
+public:
+    explicit Text(TNValue value) : m_value(std::move(value)) {
+        if (const char* text = m_value.text()) {
+            m_view = text;
+        } else {
+            m_converted = m_value.asString();
+            m_view = m_converted;
+        }
+    }
+    Text(const Text&) = delete;
+    Text& operator=(const Text&) = delete;
+
+    std::string_view view() const { return m_view; }
+
+private:
+    TNValue m_value;
+    SgxString m_converted;
+    std::string_view m_view;
+};
+
+TNValue stringValue(std::string_view text) { return TNValue(SgxString(text)); }
+
+// The two trimming patterns; each is nine characters, the four escapes being single control
+// characters. Compiled once for the process (RWCRegexp is immutable and shareable).
+const RWCRegexp& leadingWhiteSpace() {
+    static const RWCRegexp regexp("^[ \t\f\r\n]+");
+    return regexp;
+}
+const RWCRegexp& trailingWhiteSpace() {
+    static const RWCRegexp regexp("[ \t\f\r\n]+$");
+    return regexp;
+}
+
+} // namespace
+
+TNValue TNRegExpMatchExpr::operator()() const {
+    const Text pattern((*m_regexp)());
+    const Text subject((*m_str)());
+    return TNValue(m_compiled.compiled(pattern.view()).index(subject.view()) != RW_NPOS);
+}
+
+TNValue TNRegExpFindExpr::operator()() const {
+    const Text pattern((*m_regexp)());
+    const Text subject((*m_str)());
+    size_t length = 0;
+    const size_t pos = m_compiled.compiled(pattern.view()).index(subject.view(), &length);
+    if (pos == RW_NPOS)
+        return TNValue(TNVString);
+    return stringValue(subject.view().substr(pos, length));
+}
+
+TNValue TNRegExpReplaceExpr::operator()() const {
+    const Text pattern((*m_regexp)());
+    RWClassicCString result((*m_source)().asString());
+    const Text replacement((*m_replacement)());
+    const RWCRegexp& regexp = m_compiled.compiled(pattern.view());
+    if (m_replaceAll)
+        result.replaceAll(regexp, replacement.view());
+    else
+        result.replaceFirst(regexp, replacement.view());
+    return TNValue(result.str());
+}
+
+TNValue TNStringManipulationExpr::operator()() const {
+    RWClassicCString text((*m_str)().asString());
+    switch (m_op) {
+    case TNToLower:
+        text.toLower();
+        break;
+    case TNToUpper:
+        text.toUpper();
+        break;
+    case TNTrim:
+        text.replaceFirst(leadingWhiteSpace(), {});
+        text.replaceFirst(trailingWhiteSpace(), {});
+        break;
+    }
+    return TNValue(text.str());
+}
+
+TNValue TNDelimiterExpr::operator()() const {
+    const Text delimiter((*m_delimiter)());
+    const TNStringSequence strings = (*m_collection)();
+    SgxString joined;
+    if (!strings.empty()) {
+        size_t size = delimiter.view().size() * (strings.size() - 1);
+        for (const SgxString& s : strings)
+            size += s.size();
+        joined.reserve(size);
+        joined.append(strings.front());
+        for (size_t i = 1; i < strings.size(); ++i)
+            joined.append(delimiter.view()).append(strings[i]);
+    }
+    return TNValue(joined);
+}

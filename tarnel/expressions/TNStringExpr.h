@@ -1,0 +1,123 @@
+// TNStringExpr.h: value operators on texts: regular-expression test, find and replace, case
+// conversion and trimming, and joining a string collection.
+//
+// Operands are read with TNValue::asString() and evaluated in field order, the pattern first.
+// Results are TNVString values, except the match test's TNVBoolean. Patterns are RWCRegexp's
+// dialect; an invalid pattern is not reported: it matches nothing. Operands are owned as the
+// framework describes (TNExpr.h); prepareForDeletion() claims them in field order.
+#pragma once
+
+#include "rw/RWCRegexp.h"
+#include "tarnel/expressions/TNExpr.h"
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+// The compiled form of the last pattern text a node evaluated. A node's pattern is usually a
+// constant, so it is compiled once rather than on every evaluation; a different text recompiles.
+// Written during const evaluation, like the binding caches.
+class TARNEL_API TNRegexpCache {
+public:
+    const RWCRegexp& compiled(std::string_view pattern) const {
+        if (!m_regexp || m_regexp->pattern() != pattern)
+            m_regexp.emplace(SgxString(pattern));
+        return *m_regexp;
+    }
+
+private:
+    mutable std::optional<RWCRegexp> m_regexp;
+};
+
+// True when regexp matches anywhere in str (a search; anchor with "^" and "$" for a whole match).
+class TARNEL_API TNRegExpMatchExpr : public TNValueExpr {
+public:
+    TNRegExpMatchExpr() = default;
+    TNRegExpMatchExpr(const TNValueExprPtr& regexp, const TNValueExprPtr& str)
+        : m_regexp(regexp), m_str(str) {}
+
+    TNValue operator()() const override;
+    void prepareForDeletion() const override { tnClaimOperands(m_regexp, m_str); }
+
+    TN_EXPR_FIELD(TNValueExprPtr, regexp);
+    TN_EXPR_FIELD(TNValueExprPtr, str);
+
+private:
+    TNRegexpCache m_compiled;
+};
+
+// The leftmost match of regexp in str, or the empty text when there is none.
+class TARNEL_API TNRegExpFindExpr : public TNValueExpr {
+public:
+    TNRegExpFindExpr() = default;
+    TNRegExpFindExpr(const TNValueExprPtr& regexp, const TNValueExprPtr& str)
+        : m_regexp(regexp), m_str(str) {}
+
+    TNValue operator()() const override;
+    void prepareForDeletion() const override { tnClaimOperands(m_regexp, m_str); }
+
+    TN_EXPR_FIELD(TNValueExprPtr, regexp);
+    TN_EXPR_FIELD(TNValueExprPtr, str);
+
+private:
+    TNRegexpCache m_compiled;
+};
+
+// source with the first match of regexp, or every match when replaceAll is set, replaced by the
+// text of replacement, taken literally. Replace-all scans on from the end of each match; after an
+// empty match it copies one character and goes on after it ("x*" by "-" in "abc" gives "-a-b-c").
+// An empty source gives the empty text under replace-all, but the replacement alone under
+// replace-first when the pattern matches the empty text.
+class TARNEL_API TNRegExpReplaceExpr : public TNValueExpr {
+public:
+    TNRegExpReplaceExpr() = default;
+    TNRegExpReplaceExpr(const TNValueExprPtr& regexp, const TNValueExprPtr& source,
+                        const TNValueExprPtr& replacement)
+        : m_regexp(regexp), m_source(source), m_replacement(replacement) {}
+
+    TNValue operator()() const override;
+    void prepareForDeletion() const override { tnClaimOperands(m_regexp, m_source, m_replacement); }
+
+    TN_EXPR_FIELD(TNValueExprPtr, regexp);
+    TN_EXPR_FIELD(TNValueExprPtr, source);
+    TN_EXPR_FIELD(TNValueExprPtr, replacement);
+    TN_EXPR_FIELD(bool, replaceAll);
+
+private:
+    TNRegexpCache m_compiled;
+};
+
+// The text of str with op applied: ASCII case conversion, or trimming of the blank, tab, form
+// feed, carriage return and line feed at both ends. Any other op, 0 included, leaves it unchanged.
+class TARNEL_API TNStringManipulationExpr : public TNValueExpr {
+public:
+    enum TNStringOp : int32_t {
+        TNToLower = 1, // every letter to lower case
+        TNToUpper = 2, // every letter to upper case
+        TNTrim = 3     // white space removed at both ends
+    };
+
+    TNStringManipulationExpr() = default;
+    TNStringManipulationExpr(TNStringOp op, const TNValueExprPtr& str) : m_op(op), m_str(str) {}
+
+    TNValue operator()() const override;
+    void prepareForDeletion() const override { tnClaimOperands(m_str); }
+
+    TN_EXPR_FIELD(TNStringOp, op);
+    TN_EXPR_FIELD(TNValueExprPtr, str);
+};
+
+// The texts of collection joined in order, the text of delimiter between consecutive ones; the
+// empty text for an empty collection. delimiter is evaluated first.
+class TARNEL_API TNDelimiterExpr : public TNValueExpr {
+public:
+    TNDelimiterExpr() = default;
+    TNDelimiterExpr(const TNValueExprPtr& delimiter, const TNStringCollectionExprPtr& collection)
+        : m_delimiter(delimiter), m_collection(collection) {}
+
+    TNValue operator()() const override;
+    void prepareForDeletion() const override { tnClaimOperands(m_delimiter, m_collection); }
+
+    TN_EXPR_FIELD(TNValueExprPtr, delimiter);
+    TN_EXPR_FIELD(TNStringCollectionExprPtr, collection);
+};

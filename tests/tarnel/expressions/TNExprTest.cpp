@@ -1,0 +1,191 @@
+#include "tarnel/expressions/TNExpr.h"
+
+#include "ExprTestNodes.h"
+#include "tarnel/expressions/TNScalarExpr.h"
+#include "tarnel/expressions/TNStringExpr.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using Log = std::vector<std::string>;
+
+TNArithmeticExpr* plus(const TNValueExprPtr& a, const TNValueExprPtr& b) {
+    return new TNArithmeticExpr(a, TNArithmeticExpr::TNPlus, b);
+}
+
+// Yields the index i of the object fakeObject(i) that its operand yields, -1 for null.
+struct ObjectIndex : TNValueExpr {
+    explicit ObjectIndex(const TNObjectExprPtr& object) : m_object(object) {}
+    TNValue operator()() const override {
+        const SgxSimplePtr<TNObject> object = (*m_object)();
+        for (int i = 0; i < 8; ++i)
+            if (object == fakeObject(i))
+                return TNValue(i);
+        return TNValue(-1);
+    }
+    void prepareForDeletion() const override { tnClaimOperands(m_object); }
+    TN_EXPR_FIELD(TNObjectExprPtr, object);
+};
+
+} // namespace
+
+TEST(TNExpr, SharedOperandsAndCyclesAreDeletedOnce) {
+    ProbeScope scope;
+    auto* shared = new ValueProbe("shared");
+    auto* root = new ValueProbe("root");
+    auto* branch = new TNIfValueExpr(new ValueProbe("test", {}, shared),
+                                     new ValueProbe("then", {}, shared), nullptr);
+    root->first(branch);
+    root->second(plus(shared, root)); // a cycle back to the root through the constructor...
+    branch->elseExpr(root);           // ...and another through a setter
+    shared->first(shared);
+    {
+        SgxCyclicPtr<TNValueExpr> rootPointer(root);
+        rootPointer.takeOwnership();
+        rootPointer.takeOwnership(); // a second claim changes nothing
+        EXPECT_TRUE(branch->isOwned());
+        EXPECT_TRUE(deleted.empty());
+    }
+    for (const char* name : {"root", "shared", "test", "then"})
+        EXPECT_EQ(times(deleted, name), 1) << name;
+    EXPECT_EQ(ownerOfShared(), "test"); // the If claims testExpr first
+}
+
+TEST(TNExpr, OperandsAreClaimedInFieldOrder) {
+    ProbeScope scope;
+    auto ownerAfterDeleting = [](auto* node) {
+        claimAndDelete(node);
+        const std::string owner = ownerOfShared();
+        deleted.clear();
+        return owner;
+    };
+    auto* s = new ValueProbe("shared"); // fields lhs, rhs; constructor (lhs, op, rhs)
+    EXPECT_EQ(ownerAfterDeleting(new TNRelationalExpr(new ValueProbe("lhs", {}, s), {},
+                                                      new ValueProbe("rhs", {}, s))),
+              "lhs");
+    s = new ValueProbe("shared");
+    auto* abstraction = new TNValueAbsExpr(nullptr, new ValueProbe("abstraction", {}, s));
+    EXPECT_EQ(
+        ownerAfterDeleting(new TNApplyValueExpr(abstraction, new ObjectProbe("parameter", {}, s))),
+        "abstraction");
+    s = new ValueProbe("shared");
+    EXPECT_EQ(ownerAfterDeleting(new TNDelimiterExpr(new ValueProbe("delimiter", {}, s),
+                                                     new StringsProbe("collection", {}, s))),
+              "delimiter");
+}
+
+TEST(TNExpr, UnclaimedGraphsCopiesAndLetBindingsAreNotDeleted) {
+    ProbeScope scope;
+    auto* a = new ValueProbe("a");
+    auto* b = new ValueProbe("b");
+    auto* root = new TNIfValueExpr(a, b, a);
+    { SgxCyclicPtr<TNValueExpr> neverClaimed(root); }
+    delete root; // its own pointers never owned anything
+    EXPECT_EQ(live, 2);
+
+    root = new TNIfValueExpr(a, b, nullptr);
+    SgxCyclicPtr<TNValueExpr> rootPointer(root);
+    rootPointer.takeOwnership();
+    TNIfValueExpr copy(*root);
+    EXPECT_FALSE(copy.isOwned());
+    claimAndDelete(new TNIfValueExpr(*root)); // a copy finds the operands owned already
+    root->elseExpr(b);                        // a setter deletes nothing either
+    root->thenExpr(nullptr);
+    EXPECT_TRUE(deleted.empty());
+
+    auto* binding = new TNValueBindingExpr(new ValueProbe("bound"));
+    claimAndDelete(new TNLetValueExpr(binding, nullptr));
+    EXPECT_EQ(live, 3); // the Let's handle to its binding never owns
+    claimAndDelete(binding);
+    delete b; // released by the setter above
+}
+
+TEST(TNExpr, LetEvaluatesItsBindingOncePerEvaluation) {
+    ProbeScope scope;
+    auto* bound = new ValueProbe("bound", {TNValue(3), TNValue(10)});
+    auto* binding = new TNValueBindingExpr(bound);
+    TNLetValueExpr let(binding, plus(plus(binding, binding), binding));
+    EXPECT_EQ(let().asLongInt(), 9);
+    EXPECT_FALSE(binding->cached());
+    EXPECT_EQ(let().asLongInt(), 30);
+    EXPECT_EQ(times(evaluated, "bound"), 2);
+
+    // Without a Let the first result stays until flushed; a copy takes flag and result.
+    TNObjectBindingExpr alone(new ObjectProbe("object", {fakeObject(1), fakeObject(2)}));
+    EXPECT_EQ(alone(), fakeObject(1));
+    EXPECT_EQ(alone(), fakeObject(1));
+    EXPECT_EQ(TNObjectBindingExpr(alone).value(), fakeObject(1));
+    alone.flushCache();
+    EXPECT_TRUE(alone.value().isNull());
+    EXPECT_EQ(alone(), fakeObject(2));
+
+    // Collection bindings the same way: counted twice, computed once.
+    auto* objects = new ObjectsProbe("objects", {TNObjectSequence(2, fakeObject(0))});
+    auto* objectsBinding = new TNObjectCollectionBindingExpr(objects);
+    TNLetValueExpr count(objectsBinding,
+                         plus(new TNCountExpr(objectsBinding), new TNCountExpr(objectsBinding)));
+    EXPECT_EQ(count().asLongInt(), 4);
+    EXPECT_EQ(times(evaluated, "objects"), 1);
+    EXPECT_TRUE(objectsBinding->value().empty());
+    deleteOperandsOf(let), deleteOperandsOf(alone), deleteOperandsOf(count);
+}
+
+TEST(TNExpr, BindingReachedFromItsOwnExpressionYieldsItsCurrentResult) {
+    TNValueBindingExpr* binding = new TNValueBindingExpr();
+    binding->expr(plus(new TNConstantExpr(1), binding));
+    binding->value(TNValue(41)); // not cached: the flag goes up first, the inner use reads 41
+    EXPECT_EQ((*binding)().asLongInt(), 42);
+    binding->flushCache(); // now the inner use reads an empty value, as 0
+    EXPECT_EQ((*binding)().asLongInt(), 1);
+    claimAndDelete(binding);
+}
+
+TEST(TNExpr, ExceptionInsideBindingLeavesItCached) {
+    ProbeScope scope;
+    auto* failing = new ValueProbe("failing");
+    failing->throws = true;
+    auto* binding = new TNValueBindingExpr(failing);
+    TNLetValueExpr let(binding, plus(binding, new TNConstantExpr(1)));
+    EXPECT_EQ(raised([&] { let(); }), "probe failure");
+    EXPECT_TRUE(binding->cached()); // with its old, empty result; the Let skipped its flush
+    EXPECT_EQ(let().myType(), TNVNone);
+    EXPECT_EQ(times(evaluated, "failing"), 1);
+    EXPECT_EQ(raised([&] { let(); }), "probe failure"); // flushed by the evaluation before
+    deleteOperandsOf(let);
+}
+
+TEST(TNExpr, IfEvaluatesOnlyTheChosenBranch) {
+    ProbeScope scope;
+    auto* test = new ValueProbe("test", {TNValue("true"), TNValue("TRUE"), TNValue(0.5)});
+    TNIfValueExpr node(test, new ValueProbe("then", {TNValue(1)}), nullptr);
+    EXPECT_EQ(node().asLongInt(), 1); // the null branch is not reached
+    EXPECT_EQ(raised([&] { node(); }), kNullOperand);
+    EXPECT_EQ(raised([&] { node(); }), kNullOperand);
+    EXPECT_EQ(evaluated, (Log{"test", "then", "test", "test"}));
+    TNIfObjectExpr noTest(nullptr, new ObjectProbe("then"), nullptr);
+    EXPECT_EQ(raised([&] { noTest(); }), kNullOperand);
+    deleteOperandsOf(node), deleteOperandsOf(noTest);
+}
+
+TEST(TNExpr, AbstractionAndApplyBindTheVariable) {
+    ProbeScope scope;
+    auto* x = new TNObjectVarExpr(fakeObject(5));
+    TNValueAbsExpr abstraction(x, new ObjectIndex(x));
+    EXPECT_EQ(abstraction(fakeObject(3)).asLongInt(), 3);
+    EXPECT_EQ(x->object(), fakeObject(3)); // not restored
+    EXPECT_EQ(abstraction(nullptr).asLongInt(), -1);
+
+    auto* sharing = new TNValueAbsExpr(abstraction); // shares the variable and the body
+    TNApplyValueExpr apply(sharing, new ObjectProbe("parameter", {fakeObject(2)}));
+    EXPECT_EQ(apply().asLongInt(), 2);
+    apply.abstraction(nullptr); // raises only after the parameter is evaluated
+    EXPECT_EQ(raised([&] { apply(); }), kNullOperand);
+    EXPECT_EQ(times(evaluated, "parameter"), 2);
+
+    TNObjectAbsExpr noVariable(nullptr, new ObjectProbe("body"));
+    EXPECT_EQ(raised([&] { noVariable(fakeObject(0)); }),
+              "Null dereference of SgxCyclicPtr<T>::operator->() const");
+    deleteOperandsOf(abstraction), deleteOperandsOf(apply), deleteOperandsOf(noVariable);
+    delete sharing; // let go by the setter, and owning nothing
+}

@@ -1,0 +1,182 @@
+#include "tarnel/expressions/TNScalarExpr.h"
+
+#include "ExprTestNodes.h"
+#include "sgx/general/SgxLogBase.h"
+
+#include <gtest/gtest.h>
+
+#include <iostream>
+#include <limits>
+#include <sstream>
+
+namespace {
+
+using Log = std::vector<std::string>;
+constexpr int32_t kMax = std::numeric_limits<int32_t>::max();
+constexpr int32_t kMin = std::numeric_limits<int32_t>::min();
+
+// Type and text, so that 9, 9.0 and "9" differ.
+std::string show(const TNValue& v) { return std::to_string(v.myType()) + ":" + v.asString(); }
+
+TNConstantExpr* constant(const TNValue& v) { return new TNConstantExpr(v); }
+
+} // namespace
+
+TEST(TNRelationalExpr, EvaluatesRhsFirstAndTwiceForUnequalGreaterOrLessEqual) {
+    using R = TNRelationalExpr;
+    ProbeScope scope;
+    auto* lhs = new ValueProbe("lhs", {TNValue(3)});
+    R node(lhs, R::TNGreater, new ValueProbe("rhs", {TNValue(3)}));
+    EXPECT_FALSE(node().asBoolean()); // equal: decided at once
+    EXPECT_EQ(evaluated, (Log{"rhs", "lhs"}));
+    lhs->script({TNValue(1), TNValue(5)}); // 1 > 3 is false, but the second values decide
+    EXPECT_TRUE(node().asBoolean());
+    EXPECT_EQ(evaluated, (Log{"rhs", "lhs", "rhs", "lhs", "rhs", "lhs"}));
+    node.op(R::TNLessEqual);
+    lhs->script({TNValue(5), TNValue(1)});
+    EXPECT_TRUE(node().asBoolean());
+    node.lhs(nullptr);
+    EXPECT_EQ(raised([&] { node(); }), kNullOperand);
+    EXPECT_EQ(evaluated.back(), "rhs");
+    deleteOperandsOf(node);
+    delete lhs;
+}
+
+TEST(TNRelationalExpr, LeftOperandTypeDecides) {
+    using R = TNRelationalExpr;
+    const struct {
+        TNValue lhs;
+        R::TNRelOp op;
+        TNValue rhs;
+        bool expected;
+    } rows[] = {
+        {"10", R::TNEqual, 10, true},       {10, R::TNEqual, "10abc", true},
+        {"10abc", R::TNEqual, 10, false},   {"10abc", R::TNNotEqual, 10, true},
+        {9, R::TNLess, "10", true},         {"9", R::TNLess, 10, false},
+        {"B", R::TNLess, "a", true},        {2, R::TNGreaterEqual, 2.5, true},
+        {2.5, R::TNGreater, 2, true},       {2, R::TNLessEqual, 1, false},
+        {{}, R::TNGreaterEqual, {}, false}, {{}, R::TNGreater, 1, false},
+        {{}, R::TNLess, {}, true},          {{}, R::TNEqual, {}, false},
+        {true, R::TNEqual, "true", true},   {1, R::TNRelOp(0), 1, false},
+    };
+    for (const auto& row : rows) {
+        R node(constant(row.lhs), row.op, constant(row.rhs));
+        EXPECT_EQ(show(node()), show(TNValue(row.expected)))
+            << show(row.lhs) << " op " << row.op << " " << show(row.rhs);
+        deleteOperandsOf(node);
+    }
+}
+
+TEST(TNBooleanExpr, ShortCircuitsLeftToRight) {
+    using B = TNBooleanExpr;
+    const struct {
+        B::TNLogOp op;
+        TNValue lhs;
+        TNValue rhs;
+        bool expected;
+        bool rhsEvaluated;
+    } rows[] = {
+        {B::TNAnd, false, "true", false, false}, {B::TNAnd, 1, "yes", false, true},
+        {B::TNOr, "true", false, true, false},   {B::TNOr, "TRUE", "true", true, true},
+        {B::TNImplies, 0.5, false, true, false}, {B::TNImplies, true, 0, false, true},
+        {B::TNNot, true, true, false, false},    {B::TNLogOp(0), true, true, false, false},
+    };
+    for (const auto& row : rows) {
+        ProbeScope scope;
+        B node(new ValueProbe("lhs", {row.lhs}), row.op, new ValueProbe("rhs", {row.rhs}));
+        EXPECT_EQ(show(node()), show(TNValue(row.expected))) << row.op << " " << show(row.lhs);
+        EXPECT_EQ(times(evaluated, "rhs"), row.rhsEvaluated ? 1 : 0) << row.op;
+        deleteOperandsOf(node);
+    }
+}
+
+TEST(TNArithmeticExpr, DispatchesOnTheLeftTypeAndWrapsIn32Bits) {
+    using A = TNArithmeticExpr;
+    const TNValue none;
+    const struct {
+        TNValue lhs;
+        A::TNArithOp op;
+        bool hasRhs;
+        TNValue rhs;
+        TNValue expected;
+    } rows[] = {
+        {7, A::TNPlus, true, 2.9, 9},          {1, A::TNPlus, true, "2", 3},
+        {1, A::TNPlus, false, none, 1},        {2.5, A::TNPlus, true, 1, 3.5},
+        {1.5, A::TNPlus, true, "2.25", 3.75},  {"a", A::TNPlus, true, 1, "a1"},
+        {"a", A::TNPlus, true, true, "atrue"}, {"a", A::TNMinus, true, 1, none},
+        {"2", A::TNTimes, true, 3, none},      {true, A::TNPlus, true, 1, none},
+        {none, A::TNPlus, true, 1, none},      {5, A::TNMinus, false, none, -5},
+        {2.5, A::TNMinus, false, none, -2.5},  {"x", A::TNMinus, false, none, none},
+        {5, A::TNMinus, true, 7, -2},          {1.5, A::TNTimes, true, 3, 4.5},
+        {7, A::TNDivide, true, 2, 3},          {-7, A::TNDivide, true, 2, -3},
+        {7, A::TNDivide, true, -2.5, -3},      {7.0, A::TNDivide, true, 2, 3.5},
+        {7, A::TNArithOp(0), true, 2, none},   {kMax, A::TNPlus, true, 1, kMin},
+        {kMin, A::TNMinus, true, 1, kMax},     {kMin, A::TNMinus, false, none, kMin},
+        {65536, A::TNTimes, true, 65536, 0},   {70000, A::TNTimes, true, 70000, 605032704},
+        {kMin, A::TNDivide, true, -1, kMin},
+    };
+    for (const auto& row : rows) {
+        A node(constant(row.lhs), row.op, row.hasRhs ? constant(row.rhs) : nullptr);
+        EXPECT_EQ(show(node()), show(row.expected))
+            << show(row.lhs) << " op " << row.op << " " << show(row.rhs);
+        deleteOperandsOf(node);
+    }
+    ProbeScope scope;
+    A order(new ValueProbe("lhs"), A::TNPlus, new ValueProbe("rhs"));
+    order();
+    EXPECT_EQ(evaluated, (Log{"lhs", "rhs"}));
+    deleteOperandsOf(order);
+}
+
+TEST(TNArithmeticExpr, DivisionByZeroRaisesAndLogsTheFixedMessage) {
+    const std::string message = "ArithmeticExpr: Divison by zero.";
+    const struct {
+        TNValue lhs;
+        bool hasRhs;
+        TNValue rhs;
+    } rows[] = {{7, true, 0},   {7, true, 0.5},    {7, true, "x"},  {7, false, {}},
+                {7.0, true, 0}, {7.0, true, -0.0}, {7.0, false, {}}};
+    std::ostringstream out;
+    SgxException::getLog().setStream(&out);
+    SgxException::getLog().enable("Throw");
+    for (const auto& row : rows) {
+        out.str("");
+        TNArithmeticExpr node(constant(row.lhs), TNArithmeticExpr::TNDivide,
+                              row.hasRhs ? constant(row.rhs) : nullptr);
+        EXPECT_EQ(raised([&] { node(); }), message) << show(row.lhs) << " / " << show(row.rhs);
+        EXPECT_EQ(out.str(), "Exception throw: " + message + "\n");
+        deleteOperandsOf(node);
+    }
+    SgxException::getLog().enable("Throw", false);
+    SgxException::getLog().setStream(&std::cerr);
+}
+
+TEST(TNConversionExpr, ConvertsToTheTargetTypeAndIgnoresTheSource) {
+    const struct {
+        TNValue value;
+        TNValueType from, to;
+        TNValue expected;
+    } rows[] = {
+        {"TRUE", TNVString, TNVBoolean, false},
+        {"true", TNVString, TNVBoolean, true},
+        {2.5, TNVDouble, TNVString, "2.500000"},
+        {-2.9, TNVString, TNVInt, -2},
+        {" 42x", TNVBoolean, TNVDouble, 42.0},
+        {7, TNVInt, TNVNone, 7},
+        {"7", TNVInt, TNVLong, "7"},
+    };
+    for (const auto& row : rows) {
+        TNConversionExpr node(constant(row.value), row.from, row.to);
+        EXPECT_EQ(show(node()), show(row.expected)) << show(row.value) << " to " << row.to;
+        deleteOperandsOf(node);
+    }
+}
+
+TEST(TNCountExpr, CountsObjectsWithDuplicates) {
+    ProbeScope scope;
+    TNCountExpr node(new ObjectsProbe(
+        "objects", {TNObjectSequence{}, TNObjectSequence{fakeObject(1), fakeObject(1), {}}}));
+    EXPECT_EQ(show(node()), show(TNValue(0)));
+    EXPECT_EQ(show(node()), show(TNValue(3)));
+    deleteOperandsOf(node);
+}
