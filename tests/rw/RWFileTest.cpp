@@ -1,49 +1,41 @@
 #include "rw/RWFile.h"
 
+#include "rw/RWbstream.h"
+
 #include "RWTestSupport.h"
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
-
 namespace {
 
-std::string contents(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+template <class T> T read(RWFile& file) {
+    T value{};
+    file.Read(value);
+    return value;
 }
 
 TEST(RWFile, ModesExistenceAndEmptiness) {
-    TempPath path("rwfile-modes");
+    TempPath path;
     {
         RWFile missing(path.str(), "rb");
-        EXPECT_FALSE(missing.isValid());
-        EXPECT_FALSE(missing.Exists());
+        EXPECT_FALSE(missing.isValid() || missing.Exists());
         EXPECT_TRUE(missing.IsEmpty());
-        int32_t v;
-        EXPECT_TRUE(raisesWith([&] { missing.Read(v); }, "is not open for reading"));
+        EXPECT_TRUE(raisesWith([&] { read<int32_t>(missing); }, "is not open for reading"));
     }
     {
         RWFile created(path.str(), "wb");
-        EXPECT_TRUE(created.isValid());
-        EXPECT_TRUE(created.Exists());
-        EXPECT_TRUE(created.IsEmpty());
+        EXPECT_TRUE(created.isValid() && created.Exists() && created.IsEmpty());
         created.Write(uint8_t{1});
         EXPECT_FALSE(created.IsEmpty());
-        uint8_t v;
-        EXPECT_TRUE(raisesWith([&] { created.Read(v); }, "is not open for reading"));
+        EXPECT_TRUE(raisesWith([&] { read<uint8_t>(created); }, "is not open for reading"));
     }
     {
         RWFile reader(path.str(), "rb");
-        EXPECT_TRUE(reader.isValid());
-        EXPECT_FALSE(reader.IsEmpty());
+        EXPECT_TRUE(reader.isValid() && !reader.IsEmpty());
         EXPECT_EQ(reader.bytesLeft(), 1u);
         EXPECT_TRUE(raisesWith([&] { reader.Write(int32_t{1}); }, "is not open for writing"));
     }
-    {
-        RWFile truncated(path.str(), "wb"); // "wb" empties an existing file
-    }
+    RWFile(path.str(), "wb"); // "wb" empties an existing file
     EXPECT_TRUE(RWFile(path.str(), "rb").IsEmpty());
     EXPECT_TRUE(raisesWith([&] { RWFile(path.str(), "r+"); }, "Unsupported file mode"));
     // A directory is not a file to read.
@@ -51,7 +43,7 @@ TEST(RWFile, ModesExistenceAndEmptiness) {
 }
 
 TEST(RWFile, ValuesAreLittleEndianInFixedWidthsAndReadBack) {
-    TempPath path("rwfile-values");
+    TempPath path;
     {
         RWFile out(path.str(), "wb");
         out.Write(int8_t{-2});
@@ -62,59 +54,56 @@ TEST(RWFile, ValuesAreLittleEndianInFixedWidthsAndReadBack) {
         out.Write(1.5);
         out.Write(SgxString("hi"));
         out.Write('z');
-        EXPECT_EQ(out.CurOffset(), 1u + 2 + 4 + 4 + 8 + 8 + 6 + 1);
+        EXPECT_EQ(out.CurOffset(), 34u);
     }
-    const std::string expected("\xFE"
-                               "\x02\x01"
-                               "\xFF\xFF\xFF\xFF"
-                               "\x04\x03\x02\x01"
-                               "\x08\x07\x06\x05\x04\x03\x02\x01"
-                               "\x00\x00\x00\x00\x00\x00\xF8\x3F"
-                               "\x02\x00\x00\x00hi"
-                               "z",
-                               34);
-    EXPECT_EQ(contents(path.str()), expected);
-
+    EXPECT_EQ(path.contents(), std::string("\xFE\x02\x01\xFF\xFF\xFF\xFF\x04\x03\x02\x01"
+                                           "\x08\x07\x06\x05\x04\x03\x02\x01"
+                                           "\x00\x00\x00\x00\x00\x00\xF8\x3F"
+                                           "\x02\x00\x00\x00hiz",
+                                           34));
     RWFile in(path.str(), "rb");
-    int8_t i8;
-    uint16_t u16;
-    int32_t i32;
-    uint32_t u32;
-    int64_t i64;
-    double d;
-    SgxString s;
-    char c;
-    in.Read(i8);
-    in.Read(u16);
-    in.Read(i32);
-    in.Read(u32);
-    in.Read(i64);
-    in.Read(d);
-    in.Read(s);
-    in.Read(c);
-    EXPECT_EQ(i8, -2);
-    EXPECT_EQ(u16, 0x0102);
-    EXPECT_EQ(i32, -1);
-    EXPECT_EQ(u32, 0x01020304u);
-    EXPECT_EQ(i64, 0x0102030405060708);
-    EXPECT_EQ(d, 1.5);
-    EXPECT_EQ(s, "hi");
-    EXPECT_EQ(c, 'z');
-    EXPECT_TRUE(raisesWith([&] { in.Read(c); },
+    EXPECT_EQ(read<int8_t>(in), -2);
+    EXPECT_EQ(read<uint16_t>(in), 0x0102);
+    EXPECT_EQ(read<int32_t>(in), -1);
+    EXPECT_EQ(read<uint32_t>(in), 0x01020304u);
+    EXPECT_EQ(read<int64_t>(in), 0x0102030405060708);
+    EXPECT_EQ(read<double>(in), 1.5);
+    EXPECT_EQ(read<SgxString>(in), "hi");
+    EXPECT_EQ(read<char>(in), 'z');
+    EXPECT_TRUE(raisesWith([&] { read<char>(in); },
                            "Unexpected end of data: 1 bytes needed, 0 left at byte 34"));
-}
 
-TEST(RWFile, StringLongerThanTheFileIsRefused) {
-    TempPath path("rwfile-string");
+    // A string longer than the file is refused.
     {
         RWFile out(path.str(), "wb");
         out.Write(uint32_t{1000});
         out.Write("abc", 3);
     }
-    RWFile in(path.str(), "rb");
-    SgxString s;
-    EXPECT_TRUE(
-        raisesWith([&] { in.Read(s); }, "String length 1000 exceeds the 3 bytes left at byte 0"));
+    RWFile shortFile(path.str(), "rb");
+    EXPECT_TRUE(raisesWith([&] { read<SgxString>(shortFile); },
+                           "String length 1000 exceeds the 3 bytes left at byte 0"));
+}
+
+TEST(RWvstream, CountsAreCheckedAgainstTheBytesLeftAndWriteErrorsRaise) {
+    const char data[16] = {};
+    RWbistream in(data, sizeof data);
+    in.checkCount(4, 4, "ints");
+    in.checkCount(0, 1000, "ints");
+    EXPECT_TRUE(raisesWith([&] { in.checkCount(5, 4, "ints"); },
+                           "Count of 5 ints exceeds the 16 bytes left at byte 0"));
+    // count x size wraps to 0 in 64 bits; the check must still refuse it.
+    EXPECT_TRUE(raisesWith([&] { in.checkCount(uint64_t{1} << 62, 4, "ints"); }, "exceeds"));
+    uint64_t skip;
+    in >> skip;
+    EXPECT_TRUE(raisesWith([&] { in.checkCount(3, 4, "ints"); }, "8 bytes left at byte 8"));
+
+    std::ostringstream out;
+    out.setstate(std::ios::badbit);
+    RWbostream os(out);
+    EXPECT_TRUE(raisesWith([&] { os << int32_t{1}; }, "Write error at byte 0"));
+    RWCountingOStream counter;
+    counter << SgxString("abc") << 2.0;
+    EXPECT_EQ(counter.offset(), 15u);
 }
 
 } // namespace

@@ -9,36 +9,37 @@
 #include <iostream>
 #include <sstream>
 #include <string>
+#include <utility>
 
-// Succeeds when `f` raises an E whose reason text is exactly `text`.
+// Succeeds when `f` raises an E whose reason text is `text` or, unless `exact`, contains it.
 template <class E = SgxException, class F>
-::testing::AssertionResult raisesText(F&& f, const std::string& text) {
+::testing::AssertionResult raisesText(F&& f, const std::string& text, bool exact = true) {
     try {
         f();
     } catch (const E& e) {
-        if (e.reasonText() == text)
+        const std::string got = e.reasonText();
+        if (exact ? got == text : got.find(text) != std::string::npos)
             return ::testing::AssertionSuccess();
-        return ::testing::AssertionFailure() << "raised \"" << e.reasonText() << '"';
+        return ::testing::AssertionFailure() << "raised \"" << got << "\", not \"" << text << '"';
     } catch (...) {
         return ::testing::AssertionFailure() << "raised another exception";
     }
-    return ::testing::AssertionFailure() << "raised nothing";
+    return ::testing::AssertionFailure() << "raised nothing, not \"" << text << '"';
+}
+template <class F>::testing::AssertionResult raisesWith(F&& f, const std::string& part) {
+    return raisesText(std::forward<F>(f), part, false);
 }
 
 // Sends the shared log to a string with `category` enabled, for the lifetime of the capture.
-class LogCapture {
-public:
-    explicit LogCapture(const char* category) : m_category(category) {
-        SgxException::getLog().enable(m_category);
-        SgxException::getLog().setStream(&m_out);
+struct LogCapture {
+    explicit LogCapture(const char* category) : category(category) {
+        SgxException::getLog().enable(category);
+        SgxException::getLog().setStream(&out);
     }
     ~LogCapture() {
-        SgxException::getLog().enable(m_category, false);
+        SgxException::getLog().enable(category, false);
         SgxException::getLog().setStream(&std::cerr);
     }
-    std::string text() const { return m_out.str(); }
-
-private:
-    const char* m_category;
-    std::ostringstream m_out;
+    const char* category;
+    std::ostringstream out;
 };

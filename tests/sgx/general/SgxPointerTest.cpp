@@ -1,4 +1,6 @@
+#include "sgx/general/SgxCountedPtr.h"
 #include "sgx/general/SgxCyclicPtr.h"
+#include "sgx/general/SgxSimplePtr.h"
 
 #include "GeneralTestSupport.h"
 
@@ -6,18 +8,57 @@
 
 namespace {
 
+struct Counted {
+    static inline int destroyed = 0;
+    int value = 5;
+    ~Counted() { ++destroyed; }
+};
+
+TEST(SgxCountedPtr, CopiesShareOneObjectDeletedWithTheLastHandle) {
+    SgxCountedPtr<Counted> empty;
+    EXPECT_TRUE(raisesText([&] { (void)empty->value; }, "Bad dereference"));
+    EXPECT_TRUE(raisesText([&] { (void)*empty; }, "Bad dereference"));
+    Counted::destroyed = 0;
+    {
+        SgxCountedPtr<Counted> first(new Counted);
+        {
+            SgxCountedPtr<Counted> copy = first;
+            copy->value = 9;
+        }
+        EXPECT_EQ(Counted::destroyed, 0);
+        EXPECT_EQ((*first).value, 9);
+    }
+    EXPECT_EQ(Counted::destroyed, 1);
+}
+
+TEST(SgxSimplePtr, NullRaisesAndHandlesCompareByAddress) {
+    struct Base {
+        int value = 7;
+    };
+    struct Derived : Base {};
+    SgxSimplePtr<Base> null;
+    EXPECT_TRUE(null.isNull());
+    EXPECT_TRUE(raisesText([&] { (void)null->value; }, "Null dereference"));
+    EXPECT_TRUE(raisesText([&] { (void)*null; }, "Null dereference"));
+    Derived objects[2];
+    SgxSimplePtr<Base> first(&objects[0]);
+    SgxSimplePtr<Base> second = SgxSimplePtr<Derived>(&objects[1]);
+    EXPECT_EQ(first->value, 7);
+    EXPECT_EQ(first, SgxSimplePtr<Base>(&objects[0]));
+    EXPECT_NE(first, second);
+    EXPECT_TRUE(first < second && !(second < first));
+}
+
 // A graph node with two links that counts how often nodes are made and deleted.
 struct Node : SgxCyclicPtrBody {
     static inline int constructed = 0;
     static inline int destroyed = 0;
-
     Node() { ++constructed; }
     ~Node() override { ++destroyed; }
     void prepareForDeletion() const override {
         first.takeOwnership();
         second.takeOwnership();
     }
-
     SgxCyclicPtr<Node> first;
     SgxCyclicPtr<Node> second;
 };
@@ -25,10 +66,7 @@ struct Node : SgxCyclicPtrBody {
 // root -> a, b; a -> shared; b -> shared; shared -> root (a cycle back to the root).
 struct Graph {
     int counts = (Node::constructed = Node::destroyed = 0);
-    Node* root = new Node;
-    Node* a = new Node;
-    Node* b = new Node;
-    Node* shared = new Node;
+    Node *root = new Node, *a = new Node, *b = new Node, *shared = new Node;
     Graph() {
         root->first = a;
         root->second = b;
@@ -82,21 +120,17 @@ TEST(SgxCyclicPtr, CopiesAndAssignmentsNeverCarryOwnership) {
         SgxCyclicPtr<Node> owner(kept);
         owner.takeOwnership();
         EXPECT_FALSE(SgxCyclicPtr<Node>(owner).isOwner());
-        // Self-assignment leaves the owner owning: it must not leak its pointee.
         SgxCyclicPtr<Node>& alias = owner;
-        owner = alias;
+        owner = alias; // self-assignment keeps ownership: the pointee must not leak
         EXPECT_TRUE(owner.isOwner());
-        // Assigning away from an owned pointee neither deletes it nor keeps ownership.
-        owner = SgxCyclicPtr<Node>(other);
+        owner = SgxCyclicPtr<Node>(other); // neither deletes the old pointee nor keeps ownership
         EXPECT_FALSE(owner.isOwner());
     }
     EXPECT_EQ(Node::destroyed, 0);
-
     // A copied body is a new node; an assigned one is no longer owned; self-assignment keeps it.
     kept->becomeOwned();
     other->becomeOwned();
-    Node copy(*kept);
-    EXPECT_FALSE(copy.isOwned());
+    EXPECT_FALSE(Node(*kept).isOwned());
     *other = *kept;
     EXPECT_FALSE(other->isOwned());
     *kept = static_cast<Node&>(*kept);
@@ -109,13 +143,11 @@ TEST(SgxCyclicPtr, NullDereferenceNamesTheAccessUsed) {
     SgxCyclicPtr<Node> p;
     const SgxCyclicPtr<Node>& c = p;
     EXPECT_NO_THROW(p.takeOwnership());
-    EXPECT_TRUE(raisesText([&] { (void)c.operator->(); },
-                           "Null dereference of SgxCyclicPtr<T>::operator->() const"));
-    EXPECT_TRUE(raisesText([&] { (void)p.operator->(); },
-                           "Null dereference of SgxCyclicPtr<T>::operator->()"));
-    EXPECT_TRUE(
-        raisesText([&] { (void)*c; }, "Null dereference of SgxCyclicPtr<T>::operator*() const"));
-    EXPECT_TRUE(raisesText([&] { (void)*p; }, "Null dereference of SgxCyclicPtr<T>::operator*()"));
+    const std::string prefix = "Null dereference of SgxCyclicPtr<T>::operator";
+    EXPECT_TRUE(raisesText([&] { (void)c.operator->(); }, prefix + "->() const"));
+    EXPECT_TRUE(raisesText([&] { (void)p.operator->(); }, prefix + "->()"));
+    EXPECT_TRUE(raisesText([&] { (void)*c; }, prefix + "*() const"));
+    EXPECT_TRUE(raisesText([&] { (void)*p; }, prefix + "*()"));
 }
 
 } // namespace
