@@ -22,7 +22,11 @@
 #include "tarnel/metamodel/TNMetamodelVersion.h"
 #include "tarnel/metamodel/TNSchema.h"
 
+#include "tarnel/navigation/TNAssociation.h"
 #include "tarnel/navigation/TNClassIdentifier.h"
+
+#include "tarnel/instances/TNAttr.h"
+#include "tarnel/instances/TNObject.h"
 
 #include "tarnel/expressions/TNExpr.h"
 #include "tarnel/expressions/TNScalarExpr.h"

@@ -72,6 +72,7 @@ public:
 
 private:
     friend class TNClass;
+    friend class TNObject;
 
     static constexpr uint32_t kindMask = 0xF;
 
@@ -87,6 +88,9 @@ private:
     SgxSimplePtr<TNEnumType> m_enumType;
     SgxString m_originClass;
     TNTaggedValueMap m_taggedValues;
+    // The descriptor's position in m_class's attributes, recorded by TNClass::addAttr (-1 when
+    // not made there), so an object of that class finds the slot without a name lookup.
+    int32_t m_position = -1;
 };
 
 // A fieldless polymorphic class that no operation of the library uses; hosts may derive from it.

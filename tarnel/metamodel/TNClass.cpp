@@ -3,10 +3,12 @@
 #include "sgx/general/CSignal2Exception.h"
 #include "sgx/general/SgxException.h"
 #include "tarnel/core/TNException.h"
+#include "tarnel/instances/TNObject.h"
 #include "tarnel/metamodel/TNAttrDesc.h"
 #include "tarnel/metamodel/TNEnumType.h"
 #include "tarnel/metamodel/TNSchema.h"
 #include "tarnel/metamodel/TNTaggedValues.h"
+#include "tarnel/navigation/TNAssociation.h"
 #include "tarnel/navigation/TNClassIdentifier.h"
 
 #include <algorithm>
@@ -34,7 +36,10 @@ TNClass::~TNClass() noexcept {
         CSignal2Exception guard;
         for (const auto& desc : m_attributes)
             delete desc.get();
-        // No operation adds an association yet, so there is none to delete.
+        for (const auto& assoc : m_associations)
+            delete assoc.get();
+        for (const auto& assoc : m_replacedAssociations)
+            delete assoc.get();
         delete m_classIdentifier.get();
     } catch (const SgxException& e) {
         SgxException::logCatch(&e);
@@ -91,7 +96,8 @@ SgxSimplePtr<TNAttrDesc> TNClass::addAttr(const SgxString& name, TNAttrType type
     SgxSimplePtr<TNAttrDesc> desc(owned.get());
     // insert_or_assign: a "fullyQualifiedName" entry that attrIndex made before any such
     // attribute existed is replaced by the real position.
-    m_attrIndex.insert_or_assign(name, static_cast<int32_t>(m_attributes.size()));
+    owned->m_position = static_cast<int32_t>(m_attributes.size());
+    m_attrIndex.insert_or_assign(name, owned->m_position);
     m_attributes.push_back(desc);
     owned.release();
 
@@ -126,7 +132,107 @@ void TNClass::donePopulating() {
     tnCompact(m_attributes);
     tnCompact(m_associations);
     tnCompact(m_objects);
-    // Instances would be frozen here, oldest first; newObject makes none yet.
+    // Instances of one class lie apart in the primary region, among those of other classes, so
+    // each freeze would wait for its object's memory; ask for it a few objects ahead (an object's
+    // attribute slots follow it there).
+    constexpr size_t ahead = 8;
+    const size_t count = m_objects.size();
+    for (size_t i = 0; i < count; ++i) {
+        if (i + ahead < count) {
+            const auto* next = reinterpret_cast<const char*>(m_objects[i + ahead].get());
+            __builtin_prefetch(next);
+            __builtin_prefetch(next + 64);
+            __builtin_prefetch(next + 128);
+        }
+        m_objects[i].get()->donePopulating();
+    }
+}
+
+SgxSimplePtr<TNAssociation>
+TNClass::addAssociation(const SgxString& name, const SgxString& otherClassName,
+                        TNMultiplicity myMultiplicity, TNMultiplicity otherMultiplicity,
+                        const SgxString& roleName, const SgxString& otherRoleName) {
+    if (!m_schema->classExists(otherClassName))
+        TNException(TNException::Create, TNException::Association, TNException::NameNotFound)
+            .setAssoc(name)
+            .setClass1(m_name)
+            .setClass2(otherClassName)
+            .raise();
+    const SgxSimplePtr<TNClass> other = m_schema->getClass(otherClassName);
+    std::unique_ptr<TNAssociation> forward(new TNSimpleAssociation(
+        name, this, other, myMultiplicity, otherMultiplicity, roleName, otherRoleName, false));
+    std::unique_ptr<TNAssociation> reverse(new TNSimpleAssociation(
+        name, other, this, otherMultiplicity, myMultiplicity, otherRoleName, roleName, false));
+    // Each class owns its end once the end is entered, so the duplicate check comes first.
+    checkNewAssociation(*forward);
+    const SgxSimplePtr<TNAssociation> result = setAssociation(forward.release());
+    other->checkNewAssociation(*reverse);
+    other->setAssociation(reverse.release());
+    return result;
+}
+
+void TNClass::addCompoundAssociation(SgxSimplePtr<TNCompoundAssociation>& assoc) {
+    setAssociation(SgxSimplePtr<TNAssociation>(assoc));
+}
+
+void TNClass::checkNewAssociation(const TNAssociation& assoc) const {
+    const int32_t index = findAssocIndex(assoc.m_otherRoleName);
+    if (index < 0)
+        return;
+    const TNAssociation& existing = *m_associations[static_cast<size_t>(index)];
+    if (existing.m_firstClass.get() == this && assoc.m_firstClass.get() == this)
+        TNException(TNException::Create, TNException::Association, TNException::DuplicateName)
+            .setAssoc(assoc.m_otherRoleName)
+            .setClass1(m_name)
+            .setClass2(assoc.m_otherClass.isNull() ? SgxString() : assoc.m_otherClass->m_name)
+            .raise();
+}
+
+SgxSimplePtr<TNAssociation> TNClass::setAssociation(SgxSimplePtr<TNAssociation> assoc) {
+    checkNewAssociation(*assoc);
+    TNAssociation& entered = *assoc;
+    const SgxString& key = entered.m_otherRoleName;
+    const int32_t index = findAssocIndex(key);
+    if (index >= 0) {
+        SgxSimplePtr<TNAssociation>& existing = m_associations[static_cast<size_t>(index)];
+        // The position, and with it every instance's link slot, stays.
+        tnReserveOneMore(m_replacedAssociations);
+        m_replacedAssociations.push_back(existing);
+        existing = assoc;
+        entered.m_slot = index;
+    } else {
+        tnReserveOneMore(m_associations);
+        const auto position = static_cast<int32_t>(m_associations.size());
+        m_assocIndex.emplace(key, position);
+        m_associations.push_back(assoc);
+        entered.m_slot = position;
+    }
+
+    // Every subclass gets a copy of its own, whose first class is still the declaring class (so
+    // it never counts as a duplicate there).
+    for (size_t i = 0; i < m_children.size(); ++i)
+        m_children[i]->setAssociation(entered.clone());
+    return assoc;
+}
+
+SgxSimplePtr<TNAssociation> TNClass::getDiagramAssociation() const {
+    if (!m_diagramAssociationFound) {
+        const auto found =
+            std::find_if(m_associations.begin(), m_associations.end(),
+                         [](const SgxSimplePtr<TNAssociation>& a) { return a->isDiagram(); });
+        if (found != m_associations.end()) {
+            m_diagramAssociation = *found;
+            m_diagramAssociationFound = true;
+        }
+    }
+    return m_diagramAssociation;
+}
+
+SgxSimplePtr<TNAssociation> TNClass::getDiagramItemAssociation() const {
+    const auto found =
+        std::find_if(m_associations.begin(), m_associations.end(),
+                     [](const SgxSimplePtr<TNAssociation>& a) { return a->isDiagramItem(); });
+    return found != m_associations.end() ? *found : SgxSimplePtr<TNAssociation>();
 }
 
 TNAttrDesc* TNClass::findAttr(std::string_view name) const noexcept {
@@ -209,6 +315,8 @@ void TNClass::taggedValueDefault(const SgxString& name, const TNValue& value) {
     classTaggedValueDefaults().insert_or_assign(name, value);
 }
 
-SgxSimplePtr<TNObject> TNClass::newObject(bool /*flag*/) {
-    SgxException::raise("TNClass::newObject: not available");
+SgxSimplePtr<TNObject> TNClass::newObject(bool flag) {
+    const SgxSimplePtr<TNObject> object(new TNObject(this, flag));
+    m_objects.push_back(object);
+    return object;
 }

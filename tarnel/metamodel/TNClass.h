@@ -22,6 +22,7 @@
 #include "tarnel/core/TNValue.h"
 #include "tarnel/metamodel/TNNameIndex.h"
 #include "tarnel/metamodel/TNTaggedValues.h"
+#include "tarnel/navigation/TNAssociation.h"
 #include "tarnel/tarnel_export.h"
 
 #include <cstddef>
@@ -29,7 +30,6 @@
 #include <string_view>
 #include <vector>
 
-class TNAssociation;
 class TNAttrDesc;
 class TNClassIdentifier;
 class TNObject;
@@ -79,6 +79,23 @@ public:
     void addChild(SgxSimplePtr<TNClass> child);
     // Exactly parent->addChild(this).
     void addParent(SgxSimplePtr<TNClass> parent);
+    // Declares a simple association from this class to the class named `otherClassName`, reached
+    // from here through `otherRoleName`, and its reverse on the other class (ends swapped, reached
+    // there through `roleName`); both are handed down to every descendant of their class (each
+    // gets its own copy at a position of its own). Returns the forward association, owned by this
+    // class. Raises TNException (Create, Association, NameNotFound) with the association name,
+    // this class's name and `otherClassName` when there is no such class; (Create, Association,
+    // DuplicateName) with the role name and both class names when a class already declares an
+    // association reached through that role name itself; an association that arrived by
+    // inheritance is replaced in place instead. When only the reverse end fails, the forward one
+    // stays.
+    SgxSimplePtr<TNAssociation>
+    addAssociation(const SgxString& name, const SgxString& otherClassName,
+                   TNMultiplicity myMultiplicity, TNMultiplicity otherMultiplicity,
+                   const SgxString& roleName, const SgxString& otherRoleName);
+    // Enters `assoc`, keyed by its other role name, as addAssociation enters a forward end (and
+    // raising the same DuplicateName); this class owns it from then on, unless it raises.
+    void addCompoundAssociation(SgxSimplePtr<TNCompoundAssociation>& assoc);
     // Sets or clears the diagram flag (bit value 4 of the flags word).
     void setIsDiagram(bool isDiagram);
     bool isDiagram() const { return (m_flags & diagramFlag) != 0; }
@@ -117,6 +134,11 @@ public:
     // The association reached through role `otherRoleName` (borrowed). Raises TNException
     // (Access, Association, NameNotFound) with the role name and this class's name.
     SgxSimplePtr<TNAssociation> getAssociation(std::string_view otherRoleName) const;
+    // The first association in index order that is a diagram association (a hit is cached; a
+    // miss is not, so the next call scans again), and the first diagram item association (scanned
+    // on every call); null when there is none. Borrowed.
+    SgxSimplePtr<TNAssociation> getDiagramAssociation() const;
+    SgxSimplePtr<TNAssociation> getDiagramItemAssociation() const;
     // True when a direct parent (not a further ancestor) is named `className`.
     bool hasParent(std::string_view className) const;
 
@@ -156,8 +178,7 @@ public:
 
     // A new instance of this class, placed in the schema's primary memory region, appended to the
     // instance list and returned (borrowed: the region owns it). `flag` is passed through to the
-    // object. Instances are not built yet: this raises SgxException
-    // "TNClass::newObject: not available" and changes nothing.
+    // object, which does not use it.
     SgxSimplePtr<TNObject> newObject(bool flag);
 
 private:
@@ -191,6 +212,13 @@ private:
             raiseAssocNotFound(otherRoleName, false);
         return index;
     }
+    // Raises the DuplicateName of addAssociation when this class declares an association reached
+    // through `assoc`'s other role name and `assoc` is declared here too.
+    void checkNewAssociation(const TNAssociation& assoc) const;
+    // Enters `assoc` under its other role name, replacing an inherited entry in place, and hands
+    // a clone to every child. Raises what checkNewAssociation raises, and then nothing has
+    // changed and the caller keeps `assoc`; once entered, this class owns it.
+    SgxSimplePtr<TNAssociation> setAssociation(SgxSimplePtr<TNAssociation> assoc);
     // Forgets every instance (their memory goes with the regions). Used by TNSchema::unpopulate.
     void cleanUpObjects() { m_objects.clear(); }
     // Appends `parent` to the parents list only.
@@ -219,5 +247,11 @@ private:
     SgxSimplePtr<TNSchema> m_schema;
     SgxSimplePtr<TNClassIdentifier> m_classIdentifier; // owned
     uint16_t m_flags = 0;
+    // The cache of getDiagramAssociation, written by that const query.
+    mutable bool m_diagramAssociationFound = false;
+    mutable SgxSimplePtr<TNAssociation> m_diagramAssociation;
     TNTaggedValueMap m_taggedValues;
+    // Associations replaced in place (owned): handles handed out for them stay valid while the
+    // class lives.
+    std::vector<SgxSimplePtr<TNAssociation>> m_replacedAssociations;
 };

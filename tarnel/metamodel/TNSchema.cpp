@@ -104,6 +104,59 @@ SgxSimplePtr<TNObject> TNSchema::newObject(const SgxString& className, bool flag
     return getClass(className)->newObject(flag);
 }
 
+namespace {
+
+// Runs a directory update under the fault guard; whatever it raises becomes `message`.
+template <class F> auto guarded(const char* message, F&& update) {
+    try {
+        CSignal2Exception guard;
+        return update();
+    } catch (...) {
+        SgxException::raise(message);
+    }
+}
+
+// Looks `key` up in `table`: copies a present entry into `value` and says whether it is set.
+template <class Map, class Key>
+bool lookUp(const Map& table, const Key& key, SgxSimplePtr<TNObject>& value) {
+    const auto found = table.find(key);
+    if (found == table.end())
+        return false;
+    value = found->second;
+    return !value.isNull();
+}
+
+} // namespace
+
+bool TNSchema::put_object(SgxString name, SgxSimplePtr<TNObject>& object) {
+    return guarded("Fatal Error! Exception in Object->TNObject",
+                   [&] { return m_objectTable.try_emplace(std::move(name), object).second; });
+}
+
+bool TNSchema::get_object(SgxString name, SgxSimplePtr<TNObject>& object) const {
+    return lookUp(m_objectTable, name, object);
+}
+
+bool TNSchema::put_association(SgxSimplePtr<TNObject>& key, SgxSimplePtr<TNObject>& value) {
+    return guarded("Fatal Error! Exception in Object->TNAssoc",
+                   [&] { return m_associationTable.try_emplace(key, value).second; });
+}
+
+bool TNSchema::get_association(SgxSimplePtr<TNObject>& key, SgxSimplePtr<TNObject>& value) const {
+    return lookUp(m_associationTable, key, value);
+}
+
+void TNSchema::set_objectDirectory(const SgxSimplePtr<TNObject>& object,
+                                   const SgxString& directory) {
+    guarded("Fatal Error! Exception in set_objectDirectory",
+            [&] { m_directoryTable.insert_or_assign(object, directory); });
+}
+
+SgxString TNSchema::get_objectDirectory(const SgxSimplePtr<TNObject>& object) const {
+    const auto found = m_directoryTable.find(object);
+    return found == m_directoryTable.end() ? SgxString() : found->second;
+}
+
 void TNSchema::donePopulating() {
     // Handles are one pointer wide; the statistics count them at that size.
     constexpr size_t handleSize = sizeof(SgxSimplePtr<TNClass>);

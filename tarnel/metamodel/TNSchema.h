@@ -80,6 +80,28 @@ public:
     // then TNClass::newObject(flag), which see.
     SgxSimplePtr<TNObject> newObject(const SgxString& className, bool flag);
 
+    // --- Object directory ----------------------------------------------------------------------
+    // Three lookup tables for the host that populates a model: objects by name, a second object
+    // per object, a directory text per object. Nothing in them is owned; unpopulate() empties
+    // them. The library itself never reads them.
+
+    // Records `object` under `name` unless the name is present (the first entry wins); true when
+    // recorded. Any failure inside raises SgxException "Fatal Error! Exception in
+    // Object->TNObject" instead.
+    bool put_object(SgxString name, SgxSimplePtr<TNObject>& object);
+    // When `name` is present: copies its object into `object` and returns whether it is not null.
+    // When absent: false, `object` untouched.
+    bool get_object(SgxString name, SgxSimplePtr<TNObject>& object) const;
+    // As put_object and get_object, keyed by an object; put_association's failure text is "Fatal
+    // Error! Exception in Object->TNAssoc".
+    bool put_association(SgxSimplePtr<TNObject>& key, SgxSimplePtr<TNObject>& value);
+    bool get_association(SgxSimplePtr<TNObject>& key, SgxSimplePtr<TNObject>& value) const;
+    // Sets (inserting or replacing) the directory text of `object`. Any failure inside raises
+    // SgxException "Fatal Error! Exception in set_objectDirectory" instead.
+    void set_objectDirectory(const SgxSimplePtr<TNObject>& object, const SgxString& directory);
+    // The directory text of `object`; empty when none was set.
+    SgxString get_objectDirectory(const SgxSimplePtr<TNObject>& object) const;
+
     // The model's root object (borrowed; null until set and after unpopulate or clear).
     void setRoot(const SgxSimplePtr<TNObject>& root) { m_root = root; }
     SgxSimplePtr<TNObject> rootObject() const { return m_root; }

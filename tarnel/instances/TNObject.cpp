@@ -1,0 +1,349 @@
+#include "tarnel/instances/TNObject.h"
+
+#include "sgx/general/SgxAssertion.h"
+#include "tarnel/core/TNException.h"
+#include "tarnel/core/TNValue.h"
+#include "tarnel/metamodel/TNSchema.h"
+#include "tarnel/navigation/TNAssociation.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <new>
+
+namespace {
+
+constexpr const char* unitName = "TNObject";
+constexpr std::string_view fullyQualifiedName = "fullyQualifiedName";
+
+// Link slot words: 0 is an empty slot; an untagged pointer is a frozen array (count in the word
+// before it); singleTag marks a frozen slot holding its one object in the word; listTag marks
+// the newest node of a list still being populated.
+constexpr uintptr_t singleTag = 1;
+constexpr uintptr_t listTag = 2;
+constexpr uintptr_t tagMask = singleTag | listTag;
+
+struct LinkNode {
+    TNObject* object;
+    const LinkNode* next; // older link, or null
+};
+
+const LinkNode* listHead(uintptr_t word) {
+    return reinterpret_cast<const LinkNode*>(word & ~tagMask);
+}
+
+size_t listLength(const LinkNode* node) {
+    size_t length = 0;
+    for (; node != nullptr; node = node->next)
+        ++length;
+    return length;
+}
+
+LinkNode* newNode(SgxMemoryRegion& region, TNObject* object, const LinkNode* next) {
+    auto* node = static_cast<LinkNode*>(region.allocate(sizeof(LinkNode), alignof(LinkNode)));
+    node->object = object;
+    node->next = next;
+    return node;
+}
+
+// Places a list's objects in out[0..n) oldest first (the list holds the newest first).
+void copyListOldestFirst(const LinkNode* node, size_t n, SgxSimplePtr<TNObject>* out) {
+    for (; node != nullptr; node = node->next)
+        ::new (static_cast<void*>(out + --n)) SgxSimplePtr<TNObject>(node->object);
+}
+
+// A frozen array's elements and count.
+const SgxSimplePtr<TNObject>* arrayElements(uintptr_t word) {
+    return reinterpret_cast<const SgxSimplePtr<TNObject>*>(word);
+}
+size_t arrayCount(uintptr_t word) { return reinterpret_cast<const uint64_t*>(word)[-1]; }
+
+TNObjectStatistics statisticsTotals;
+bool statisticsFileWritten = false;
+
+void writeStatisticsFile() {
+    const char* named = std::getenv("TARNEL_OBJECTCOUNT_FILE");
+    const std::filesystem::path path =
+        named != nullptr ? std::filesystem::path(named)
+                         : std::filesystem::temp_directory_path() / "objectcount.txt";
+    std::ofstream out(path, std::ios::out | std::ios::trunc);
+    const TNObjectStatistics& s = statisticsTotals;
+    out << "Objects: " << s.objects << '\n'
+        << "Attributes: " << s.attributes << '\n'
+        << "Associations: " << s.associations << '\n'
+        << "Objects in objects: " << s.links << '\n'
+        << "Size of objects: " << s.objectBytes << '\n'
+        << "Size of attributes: " << s.attributeBytes << '\n'
+        << "Size of associations: " << s.associationBytes << '\n';
+}
+
+} // namespace
+
+void* TNObject::operator new(size_t size) {
+    return TNSchema::primaryMemoryRegion().allocate(size, alignof(TNObject));
+}
+
+TNObject::TNObject(SgxSimplePtr<TNClass> cls, bool /*flag*/) : m_class(cls) {
+    ++statisticsTotals.objects;
+    const TNClass& owner = *cls;
+    const size_t n = owner.m_attributes.size();
+    if (n > 0) {
+        m_attributes = static_cast<TNAttribute*>(TNSchema::primaryMemoryRegion().allocate(
+            n * sizeof(TNAttribute), alignof(TNAttribute)));
+        statisticsTotals.attributeBytes += 16 * n;
+        if (m_attributes == nullptr)
+            SgxAssertion::raise("m_attributes != 0", unitName, 284);
+        for (size_t i = 0; i < n; ++i)
+            (::new (static_cast<void*>(m_attributes + i)) TNAttribute)
+                ->initialize(*owner.m_attributes[i].get());
+    }
+    statisticsTotals.attributes += n;
+    const size_t m = owner.m_associations.size();
+    if (m > 0) {
+        m_associations = static_cast<uintptr_t*>(
+            TNSchema::primaryMemoryRegion().allocate(m * sizeof(uintptr_t), alignof(uintptr_t)));
+        if (m_associations == nullptr)
+            SgxAssertion::raise("m_associations != 0", unitName, 304);
+        std::memset(m_associations, 0, m * sizeof(uintptr_t));
+        statisticsTotals.associations += m;
+    }
+}
+
+TNObject::~TNObject() {
+    if (statisticsFileWritten)
+        return;
+    statisticsFileWritten = true;
+    try {
+        writeStatisticsFile();
+    } catch (...) {
+        // The file is a diagnostic; nothing depends on it being written.
+    }
+}
+
+TNObjectStatistics TNObject::statistics() noexcept { return statisticsTotals; }
+
+size_t TNObject::checkedAttrIndex(std::string_view name) const {
+    const TNClass& cls = *m_class;
+    const int32_t index = cls.findAttrIndex(name);
+    // A "fullyQualifiedName" entry may stand for no descriptor (TNClass::attrIndex records one
+    // at position 0 for classes without it); it counts only when slot 0 really is that attribute.
+    const bool found =
+        index >= 0 && (name != fullyQualifiedName ||
+                       (static_cast<size_t>(index) < cls.m_attributes.size() &&
+                        cls.m_attributes[static_cast<size_t>(index)]->m_name == name));
+    if (!found) [[unlikely]]
+        TNException(TNException::Access, TNException::AttrDescriptor, TNException::NameNotFound)
+            .setAttr(SgxString(name))
+            .setClass1(cls.m_name)
+            .raise();
+    return static_cast<size_t>(index);
+}
+
+std::vector<SgxSimplePtr<TNAttribute>> TNObject::attributes() const {
+    const size_t n = m_class.isNull() ? 0 : m_class.get()->attrCount();
+    std::vector<SgxSimplePtr<TNAttribute>> slots;
+    slots.reserve(n);
+    for (size_t i = 0; i < n; ++i)
+        slots.emplace_back(m_attributes + i);
+    return slots;
+}
+
+void TNObject::raiseAssociationNotFound(std::string_view name) const {
+    TNException(TNException::Access, TNException::Association, TNException::NameNotFound)
+        .setAssoc(SgxString(name))
+        .setClass1(m_class->m_name)
+        .raise();
+}
+
+int32_t TNObject::linkSlot(const TNAssociation& assoc) const {
+    const TNClass& cls = *m_class;
+    // The association's own position, when this class holds it there, is the position its other
+    // role name has in the index.
+    const int32_t cached = assoc.m_slot;
+    if (cached >= 0 && static_cast<size_t>(cached) < cls.m_associations.size() &&
+        cls.m_associations[static_cast<size_t>(cached)].get() == &assoc) [[likely]]
+        return cached;
+    const int32_t slot = cls.findAssocIndex(assoc.m_otherRoleName);
+    if (slot < 0)
+        raiseAssociationNotFound(assoc.m_otherRoleName);
+    return slot;
+}
+
+int32_t TNObject::reverseSlot(const SgxSimplePtr<TNObject>& other, const TNAssociation& assoc) {
+    if (other.get() != nullptr && other.get()->m_class.get() == assoc.m_reverseClass) [[likely]]
+        return assoc.m_reverseSlot;
+    const TNClass& declared = *assoc.m_otherClass;
+    const int32_t declaredSlot = declared.findAssocIndex(assoc.m_roleName);
+    if (declaredSlot < 0)
+        return -1;
+    const TNClass& target = *other->m_class;
+    if (&target != &declared)
+        return target.assocIndex(assoc.m_roleName);
+    // Index keys and positions never change, so this holds until the role name or the other
+    // class of the association is changed (whose setters clear it).
+    assoc.m_reverseClass = &declared;
+    assoc.m_reverseSlot = declaredSlot;
+    return declaredSlot;
+}
+
+void TNObject::associate(SgxSimplePtr<TNObject> other, const TNAssociation& assoc) {
+    const int32_t slot = linkSlot(assoc);
+    // Compound links are computed, not stored.
+    if (!assoc.isSimple())
+        return;
+    // Everything that can raise happens before the first link is recorded.
+    const int32_t reverse = reverseSlot(other, assoc);
+    addLink(slot, other.get());
+    if (reverse >= 0)
+        other.get()->addLink(reverse, this);
+}
+
+void TNObject::associate(SgxSimplePtr<TNObject> other, std::string_view name) {
+    const TNClass& cls = *m_class;
+    const int32_t slot = cls.findAssocIndex(name);
+    if (slot < 0)
+        raiseAssociationNotFound(name);
+    associate(other, *cls.m_associations[static_cast<size_t>(slot)]);
+}
+
+void TNObject::addAssociation(SgxSimplePtr<TNObject> other, const SgxString& name) {
+    addLink(m_class->assocIndex(name), other.get());
+}
+
+void TNObject::addLink(int32_t slot, TNObject* other) {
+    uintptr_t& word = m_associations[slot];
+    ++statisticsTotals.links;
+    if (word == 0) [[likely]] {
+        // Most slots only ever hold one link (an owner): it stays in the word, no node needed.
+        word = reinterpret_cast<uintptr_t>(other) | singleTag;
+        return;
+    }
+    SgxMemoryRegion& region = TNSchema::temporaryMemoryRegion();
+    const LinkNode* older = nullptr;
+    if ((word & listTag) != 0) {
+        older = listHead(word);
+    } else if ((word & singleTag) != 0) {
+        older = newNode(region, reinterpret_cast<TNObject*>(word & ~tagMask), nullptr);
+    } else {
+        // A slot frozen already becomes a list again, oldest link deepest, so that the next
+        // freeze (or any read before it) sees the links in the order they were added.
+        const SgxSimplePtr<TNObject>* elements = arrayElements(word);
+        for (size_t i = 0, n = arrayCount(word); i < n; ++i)
+            older = newNode(region, elements[i].get(), older);
+    }
+    word = reinterpret_cast<uintptr_t>(newNode(region, other, older)) | listTag;
+}
+
+std::vector<SgxSimplePtr<TNObject>> TNObject::linkedObjects(int32_t slot) const {
+    const uintptr_t word = m_associations[slot];
+    if (word == 0)
+        return {};
+    if ((word & singleTag) != 0)
+        return {SgxSimplePtr<TNObject>(reinterpret_cast<TNObject*>(word & ~tagMask))};
+    if ((word & listTag) != 0) {
+        const LinkNode* head = listHead(word);
+        std::vector<SgxSimplePtr<TNObject>> result(listLength(head));
+        copyListOldestFirst(head, result.size(), result.data());
+        return result;
+    }
+    const SgxSimplePtr<TNObject>* elements = arrayElements(word);
+    return std::vector<SgxSimplePtr<TNObject>>(elements, elements + arrayCount(word));
+}
+
+std::vector<SgxSimplePtr<TNObject>> TNObject::objects(const TNAssociation& assoc) const {
+    if (!assoc.isSimple())
+        return assoc.objects(SgxSimplePtr<TNObject>(const_cast<TNObject*>(this)));
+    return linkedObjects(linkSlot(assoc));
+}
+
+std::vector<SgxSimplePtr<TNObject>> TNObject::objects(std::string_view name) const {
+    return objects(*m_class->getAssociation(name));
+}
+
+SgxSimplePtr<TNObject> TNObject::singleLinkedObject(int32_t slot, std::string_view name) const {
+    const uintptr_t word = m_associations[slot];
+    if (word == 0)
+        return nullptr;
+    if ((word & singleTag) != 0)
+        return reinterpret_cast<TNObject*>(word & ~tagMask);
+    const bool one =
+        (word & listTag) != 0 ? listHead(word)->next == nullptr : arrayCount(word) == 1;
+    if (one)
+        return (word & listTag) != 0 ? listHead(word)->object : arrayElements(word)->get();
+    TNException(TNException::Access, TNException::Association, TNException::Invalid)
+        .setAssoc(SgxString(name))
+        .setClass1(m_class->m_name)
+        .raise();
+}
+
+SgxSimplePtr<TNObject> TNObject::object(const TNAssociation& assoc) const {
+    if (assoc.isSimple())
+        return singleLinkedObject(linkSlot(assoc), assoc.m_otherRoleName);
+    const auto found = objects(assoc);
+    if (found.size() > 1)
+        TNException(TNException::Access, TNException::Association, TNException::Invalid)
+            .setAssoc(assoc.m_otherRoleName)
+            .setClass1(m_class->m_name)
+            .raise();
+    return found.empty() ? nullptr : found.front();
+}
+
+SgxSimplePtr<TNObject> TNObject::object(std::string_view name) const {
+    const SgxSimplePtr<TNAssociation> assoc = m_class->getAssociation(name);
+    if (assoc->isSimple())
+        return singleLinkedObject(linkSlot(*assoc), name);
+    const auto found = objects(*assoc);
+    if (found.size() > 1)
+        TNException(TNException::Access, TNException::Association, TNException::Invalid)
+            .setAssoc(SgxString(name))
+            .setClass1(m_class->m_name)
+            .raise();
+    return found.empty() ? nullptr : found.front();
+}
+
+bool TNObject::getObject(const SgxString& text) const {
+    const TNValue value(text);
+    // Eight at most, and never past the class's slots.
+    const size_t n = std::min<size_t>(8, m_class.isNull() ? 0 : m_class.get()->attrCount());
+    for (size_t i = 0; i < n; ++i)
+        if (m_attributes[i] == value)
+            return true;
+    return false;
+}
+
+void TNObject::donePopulating() {
+    const TNClass& cls = *m_class;
+    const size_t n = cls.m_attributes.size();
+    for (size_t i = 0; i < n; ++i)
+        m_attributes[i].donePopulating();
+    const size_t m = cls.m_associations.size();
+    if (m == 0)
+        return;
+    statisticsTotals.associationBytes += 8 * m;
+    for (size_t i = 0; i < m; ++i) {
+        uintptr_t& word = m_associations[i];
+        if (word == 0)
+            continue;
+        if ((word & singleTag) != 0) {
+            // One link kept in the word: counted as the one-element array it stands for.
+            statisticsTotals.associationBytes += 16;
+            continue;
+        }
+        if ((word & listTag) == 0)
+            continue; // an array frozen before
+        const LinkNode* head = listHead(word);
+        const size_t count = listLength(head);
+        statisticsTotals.associationBytes += 8 * count + 8;
+        auto* array = static_cast<uint64_t*>(
+            TNSchema::primaryMemoryRegion().allocate(8 * (count + 1), alignof(uint64_t)));
+        if (array == nullptr)
+            SgxAssertion::raise("array != 0", unitName, 850);
+        array[0] = count;
+        auto* elements = reinterpret_cast<SgxSimplePtr<TNObject>*>(array + 1);
+        copyListOldestFirst(head, count, elements);
+        word = reinterpret_cast<uintptr_t>(elements);
+    }
+}

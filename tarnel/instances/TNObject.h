@@ -1,0 +1,152 @@
+// TNObject: one instance of a metaclass: a row of attribute slots (TNAttribute), one per attribute
+// of its class in the class's index order, and one link slot per association of its class.
+//
+// Ownership: objects, their slots and their links live in the schema's process-wide memory
+// regions and are never freed one by one: TNClass::newObject places them there (this class's
+// operator new takes the primary region; operator delete does nothing) and the regions go when
+// the schema is unpopulated or destroyed. Handles to objects borrow. Copies are shallow: a copy
+// shares the slots of its original.
+//
+// Life cycle: created by TNClass::newObject, filled by the host (operator[] and TNAttribute
+// assignment, associate), frozen by donePopulating() when the schema is, then read.
+//
+// Link representation. Each link slot is one word, in one of four states told apart by its low
+// bits (object addresses and region blocks are 8-aligned): empty (0); one link, the object's
+// address tagged in bit 0, which is how most slots (an owner) stay for good, with no node and no
+// array; a list of nodes in the temporary region, newest first, tagged in bit 1 (prepending is
+// one node and no copy); a frozen array in the primary region, oldest first, with the element
+// count in the word before the first element. The word array itself is taken from the primary
+// region when the object is made, and freezing rewrites lists into arrays in place. Since the
+// word tells its own state, an object made or linked after the schema was frozen still reads
+// correctly (its new links form a list until the schema is frozen again). Callers see links
+// oldest first in every state, and the statistics count the figures of the plain layout (list
+// heads, a node per link, an array per frozen slot), whatever this representation saves.
+#pragma once
+
+#include "sgx/general/SgxSimplePtr.h"
+#include "sgx/general/SgxString.h"
+#include "tarnel/instances/TNAttr.h"
+#include "tarnel/metamodel/TNAttrDesc.h"
+#include "tarnel/metamodel/TNClass.h"
+#include "tarnel/tarnel_export.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+class TNAssociation;
+
+// Process-wide totals since the process started (never reset), as the statistics file reports
+// them.
+struct TNObjectStatistics {
+    uint64_t objects = 0;          // objects constructed from a class
+    uint64_t attributes = 0;       // attribute slots made
+    uint64_t associations = 0;     // link slots made
+    uint64_t links = 0;            // links added
+    uint64_t objectBytes = 0;      // never counted: always 0
+    uint64_t attributeBytes = 0;   // 16 per attribute slot
+    uint64_t associationBytes = 0; // 8 per link slot frozen, 8 n + 8 per frozen slot of n > 0 links
+};
+
+class TARNEL_API TNObject {
+public:
+    // Objects live in the primary memory region; delete gives nothing back (the region does).
+    static void* operator new(size_t size);
+    static void operator delete(void*) noexcept {}
+
+    // No class and no slots; only a target of assignment.
+    TNObject() noexcept = default;
+    // Shallow: the copy shares the original's slots.
+    TNObject(const TNObject&) noexcept = default;
+    TNObject& operator=(const TNObject&) noexcept = default;
+    // The first destruction of any object in the process writes the statistics file (named by the
+    // environment variable TARNEL_OBJECTCOUNT_FILE, else objectcount.txt in the temporary
+    // directory): seven labelled lines of the totals of statistics(). A failure to write is
+    // ignored; later destructions do nothing.
+    ~TNObject();
+
+    // Identity: the same object.
+    bool operator==(const TNObject& other) const noexcept { return this == &other; }
+
+    SgxSimplePtr<TNClass> getClass() const noexcept { return m_class; }
+
+    // The slot of attribute `name`. Raises TNException (Access, AttrDescriptor, NameNotFound) with
+    // the attribute name and the class name (class 1) when the class has no such attribute,
+    // "fullyQualifiedName" included.
+    TNAttribute& operator[](std::string_view name) { return m_attributes[checkedAttrIndex(name)]; }
+    const TNAttribute& operator[](std::string_view name) const {
+        return m_attributes[checkedAttrIndex(name)];
+    }
+    // The slot of the descriptor's attribute: found by identity when the descriptor belongs to
+    // this object's class, else by the descriptor's name (raising as above).
+    TNAttribute& operator[](const TNAttrDesc& desc) { return m_attributes[attrIndexOf(desc)]; }
+    const TNAttribute& operator[](const TNAttrDesc& desc) const {
+        return m_attributes[attrIndexOf(desc)];
+    }
+    // Handles to every slot, in slot order (borrowed: the slots belong to the object).
+    std::vector<SgxSimplePtr<TNAttribute>> attributes() const;
+
+    // Records a link from this object to `other` along `assoc`, and the reverse link on `other`
+    // when the association's other class knows the near end's role name. Links are not checked
+    // for duplicates. A compound association records nothing. Raises TNException (Access,
+    // Association, NameNotFound) with the far role name and the class name when this class has
+    // no association reached through `assoc`'s other role name; "Null dereference" when the
+    // reverse link is due and `other` is null; (Access, Association, NameNotFound) when `other`'s
+    // class lacks the near role name. Nothing is recorded when it raises.
+    void associate(SgxSimplePtr<TNObject> other, const TNAssociation& assoc);
+    // The same through the association reached by role `name` (raising as above for an unknown
+    // name).
+    void associate(SgxSimplePtr<TNObject> other, std::string_view name);
+
+    // The objects linked along the association, oldest first (a compound association computes
+    // them). Raise (Access, Association, NameNotFound) for an association this class lacks.
+    std::vector<SgxSimplePtr<TNObject>> objects(const TNAssociation& assoc) const;
+    std::vector<SgxSimplePtr<TNObject>> objects(std::string_view name) const;
+    // The single linked object, or null when there is none. Raises TNException (Access,
+    // Association, Invalid) with the role name and the class name when there are several, and
+    // what objects() raises.
+    SgxSimplePtr<TNObject> object(const TNAssociation& assoc) const;
+    SgxSimplePtr<TNObject> object(std::string_view name) const;
+
+    // Whether one of the first eight attribute values (fewer when the class has fewer attributes)
+    // equals TNValue(text), compared by TNAttribute::operator==.
+    bool getObject(const SgxString& text) const;
+
+    // Freezes the object: moves its texts into the string region and turns every link list into
+    // its array. Called once per object by TNClass::donePopulating.
+    void donePopulating();
+
+    // A snapshot of the process-wide totals.
+    static TNObjectStatistics statistics() noexcept;
+
+private:
+    friend class TNClass;
+
+    // The object's first state: the class, empty slots of its attributes, empty link slots.
+    // Raises SgxAssertion (unit "TNObject") should a region return no storage.
+    TNObject(SgxSimplePtr<TNClass> cls, bool flag);
+
+    // Adds one link to the slot of role `name` (raising for an unknown one).
+    void addAssociation(SgxSimplePtr<TNObject> other, const SgxString& name);
+    void addLink(int32_t slot, TNObject* other);
+
+    size_t checkedAttrIndex(std::string_view name) const;
+    size_t attrIndexOf(const TNAttrDesc& desc) const {
+        // A descriptor of this class knows its position; positions never move.
+        if (desc.m_class.get() == m_class.get() && desc.m_position >= 0) [[likely]]
+            return static_cast<size_t>(desc.m_position);
+        return checkedAttrIndex(desc.m_name);
+    }
+    // The link slot of `assoc` in this object's class.
+    int32_t linkSlot(const TNAssociation& assoc) const;
+    // The slot of the reverse link on `other`, or -1 when none is recorded.
+    static int32_t reverseSlot(const SgxSimplePtr<TNObject>& other, const TNAssociation& assoc);
+    std::vector<SgxSimplePtr<TNObject>> linkedObjects(int32_t slot) const;
+    SgxSimplePtr<TNObject> singleLinkedObject(int32_t slot, std::string_view name) const;
+    [[noreturn]] void raiseAssociationNotFound(std::string_view name) const;
+
+    SgxSimplePtr<TNClass> m_class;
+    TNAttribute* m_attributes = nullptr;
+    uintptr_t* m_associations = nullptr;
+};
