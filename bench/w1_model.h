@@ -143,18 +143,24 @@ public:
         m_kinds[1] = Kind(schema.getClass("Class"));
         m_kinds[2] = Kind(schema.getClass("Operation"));
         m_kinds[3] = Kind(schema.getClass("Attribute"));
+        m_subpackages = schema.getClass("Package")->getAssociation("subpackages");
+        m_classes = schema.getClass("Package")->getAssociation("classes");
+        m_operations = schema.getClass("Class")->getAssociation("operations");
+        m_attributes = schema.getClass("Class")->getAssociation("attributes");
     }
 
     TNObject* makePackage(const Values& v) { return make(m_kinds[0], v); }
     TNObject* makeClass(const Values& v) { return make(m_kinds[1], v); }
     TNObject* makeOperation(const Values& v) { return make(m_kinds[2], v); }
     TNObject* makeAttribute(const Values& v) { return make(m_kinds[3], v); }
+    // Links go by navigation name: the name is resolved to its association once, here, as a host
+    // resolves descriptors once, not on every link.
     void linkSubpackage(TNObject* parent, TNObject* child) {
-        parent->associate(child, "subpackages");
+        parent->associate(child, *m_subpackages);
     }
-    void linkClass(TNObject* package, TNObject* cls) { package->associate(cls, "classes"); }
-    void linkOperation(TNObject* cls, TNObject* op) { cls->associate(op, "operations"); }
-    void linkAttribute(TNObject* cls, TNObject* attr) { cls->associate(attr, "attributes"); }
+    void linkClass(TNObject* package, TNObject* cls) { package->associate(cls, *m_classes); }
+    void linkOperation(TNObject* cls, TNObject* op) { cls->associate(op, *m_operations); }
+    void linkAttribute(TNObject* cls, TNObject* attr) { cls->associate(attr, *m_attributes); }
 
     TNSchema& schema() { return m_schema; }
 
@@ -173,8 +179,8 @@ private:
 
     static TNObject* make(const Kind& kind, const Values& v) {
         TNObject& o = *kind.cls->newObject(false).get();
-        o[*kind.attrs[0]] = v.name.data();
-        o[*kind.attrs[1]] = v.quid.data();
+        o[*kind.attrs[0]] = v.name;
+        o[*kind.attrs[1]] = v.quid;
         if (v.hasDocumentation)
             o[*kind.attrs[2]] = lorem;
         if (v.isEntity)
@@ -188,6 +194,10 @@ private:
 
     TNSchema& m_schema;
     Kind m_kinds[4];
+    SgxSimplePtr<TNAssociation> m_subpackages;
+    SgxSimplePtr<TNAssociation> m_classes;
+    SgxSimplePtr<TNAssociation> m_operations;
+    SgxSimplePtr<TNAssociation> m_attributes;
 };
 
 // --- The hand-written baseline ------------------------------------------------------------

@@ -56,8 +56,8 @@ SgxString formatReal(double value) {
 
 } // namespace
 
-const char* TNAttribute::copyToTemporary(const char* text, size_t length) {
-    auto* copy = static_cast<char*>(TNSchema::temporaryMemoryRegion().allocate(length + 1, 1));
+const char* TNAttribute::copyText(const char* text, size_t length) {
+    auto* copy = static_cast<char*>(TNSchema::stringMemoryRegion().allocate(length + 1, 1));
     std::memcpy(copy, text, length);
     copy[length] = '\0';
     return copy;
@@ -74,7 +74,7 @@ void TNAttribute::copyValue(const TNAttribute& other) {
     case TNAttrString:
         if (from == TNAttrString)
             m_word = other.m_word == 0 ? 0
-                                       : reinterpret_cast<uintptr_t>(copyToTemporary(
+                                       : reinterpret_cast<uintptr_t>(copyText(
                                              other.textOrNull(), std::strlen(other.textOrNull())));
         else
             *this = other.asString();
@@ -123,7 +123,7 @@ void TNAttribute::copyValue(const TNValue& value) {
             SgxAssertion::raise("rhsType == TNVString", unitName, stringLine);
         const char* text = value.text();
         const size_t length = std::strlen(text);
-        m_word = length == 0 ? 0 : reinterpret_cast<uintptr_t>(copyToTemporary(text, length));
+        m_word = length == 0 ? 0 : reinterpret_cast<uintptr_t>(copyText(text, length));
         break;
     }
     case TNAttrBoolean:
@@ -293,12 +293,4 @@ SgxString TNAttribute::asString() const {
     default:
         return SgxString();
     }
-}
-
-void TNAttribute::moveTextToStringRegion() {
-    const char* text = textOrNull();
-    const size_t size = std::strlen(text) + 1;
-    void* copy = TNSchema::stringMemoryRegion().allocate(size, 1);
-    std::memcpy(copy, text, size);
-    m_word = reinterpret_cast<uintptr_t>(copy);
 }

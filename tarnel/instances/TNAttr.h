@@ -11,9 +11,14 @@
 // every assignment turns 0.0 and -0.0 into that zero word, and no operation hands out the block,
 // so nothing a caller can do tells the difference; it saves a block and a pointer chase per real.
 //
-// Ownership: texts belong to the schema's memory regions and are never freed by a slot. While a
-// model is populated they are placed in the temporary region; donePopulating() moves them into
-// the string region, so that the temporary region can be released after population.
+// Ownership: texts belong to the schema's string region and are never freed by a slot.
+//
+// Representation: a text is copied straight into the string region when it is assigned, rather
+// than into the temporary region first and into the string region when the model is frozen.
+// Either way the frozen model holds each text once, densely, in the string region, and no text
+// depends on the temporary region, which is released after population; copying once instead of
+// twice takes the texts out of freezing altogether. The one difference is that a text replaced
+// by another stays in the string region until the model is unpopulated.
 #pragma once
 
 #include "sgx/general/SgxSimplePtr.h"
@@ -26,6 +31,7 @@
 #include <bit>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 
 class TARNEL_API TNAttribute {
 public:
@@ -75,7 +81,12 @@ public:
         return *this;
     }
     TNAttribute& operator=(const char* text) {
-        assignText(text, std::strlen(text));
+        assignText(text, text ? std::strlen(text) : 0); // a null text reads as the empty text
+        return *this;
+    }
+    // The same for a text whose length the caller knows (no NUL needed, none scanned for).
+    TNAttribute& operator=(std::string_view text) {
+        assignText(text.data(), text.size());
         return *this;
     }
 
@@ -116,11 +127,9 @@ public:
     double asDouble() const;
     SgxString asString() const;
 
-    // Moves a text into the string region; called once per slot when the model is frozen.
-    void donePopulating() {
-        if (m_word != 0 && type() == TNAttrString)
-            moveTextToStringRegion();
-    }
+    // Freezing a slot: nothing is left to do, as texts are placed in the string region when they
+    // are assigned and reals are held in the slot.
+    void donePopulating() noexcept {}
 
 private:
     void setInt(int32_t value) noexcept { m_word = static_cast<uint32_t>(value); }
@@ -135,14 +144,13 @@ private:
         if (m_desc->type() == TNAttrEnumeration) [[unlikely]]
             assignLiteral(text, length);
         else
-            m_word = length == 0 ? 0 : reinterpret_cast<uintptr_t>(copyToTemporary(text, length));
+            m_word = length == 0 ? 0 : reinterpret_cast<uintptr_t>(copyText(text, length));
     }
     void assignLiteral(const char* text, size_t length);
-    void moveTextToStringRegion();
     void copyValue(const TNAttribute& other);
     void copyValue(const TNValue& value);
-    // A copy of `length` bytes of `text` plus a NUL in the temporary region.
-    static const char* copyToTemporary(const char* text, size_t length);
+    // A copy of `length` bytes of `text` plus a NUL in the string region.
+    static const char* copyText(const char* text, size_t length);
 
     // One of: a 32-bit integer (low half), the bits of a double, a text pointer; 0 reads as 0,
     // 0.0 and the empty text alike.

@@ -316,9 +316,8 @@ bool TNObject::getObject(const SgxString& text) const {
 
 void TNObject::donePopulating() {
     const TNClass& cls = *m_class;
-    const size_t n = cls.m_attributes.size();
-    for (size_t i = 0; i < n; ++i)
-        m_attributes[i].donePopulating();
+    // Attribute slots need no freezing (see TNAttribute::donePopulating), so only links are
+    // touched here.
     const size_t m = cls.m_associations.size();
     if (m == 0)
         return;

@@ -206,27 +206,23 @@ void TNSchema::deleteMetamodel() noexcept {
     m_enumIndex.clear();
 }
 
-SgxMemoryRegion& TNSchema::primaryMemoryRegion() {
-    if (s_primaryMemoryRegion == nullptr)
-        s_primaryMemoryRegion = new SgxMemoryRegion(primaryBlockSize, s_modelSize);
+SgxMemoryRegion& TNSchema::makePrimaryMemoryRegion() {
+    s_primaryMemoryRegion = new SgxMemoryRegion(primaryBlockSize, s_modelSize);
     return *s_primaryMemoryRegion;
 }
 
-SgxMemoryRegion& TNSchema::stringMemoryRegion() {
-    if (s_stringMemoryRegion == nullptr)
-        s_stringMemoryRegion = new SgxMemoryRegion(stringBlockSize);
+SgxMemoryRegion& TNSchema::makeStringMemoryRegion() {
+    s_stringMemoryRegion = new SgxMemoryRegion(stringBlockSize);
     return *s_stringMemoryRegion;
 }
 
-SgxMemoryRegion& TNSchema::doubleMemoryRegion() {
-    if (s_doubleMemoryRegion == nullptr)
-        s_doubleMemoryRegion = new SgxMemoryRegion(doubleBlockSize);
+SgxMemoryRegion& TNSchema::makeDoubleMemoryRegion() {
+    s_doubleMemoryRegion = new SgxMemoryRegion(doubleBlockSize);
     return *s_doubleMemoryRegion;
 }
 
-SgxMemoryRegion& TNSchema::temporaryMemoryRegion() {
-    if (s_temporaryMemoryRegion == nullptr)
-        s_temporaryMemoryRegion = new SgxMemoryRegion(temporaryBlockSize, s_modelSize);
+SgxMemoryRegion& TNSchema::makeTemporaryMemoryRegion() {
+    s_temporaryMemoryRegion = new SgxMemoryRegion(temporaryBlockSize, s_modelSize);
     return *s_temporaryMemoryRegion;
 }
 

@@ -131,16 +131,30 @@ public:
     // the model-size factor) for objects and their slots; string (10 MiB) and double (5 MiB) for
     // attribute texts and reals; temporary (50 MiB times the factor) for link lists while a model
     // is populated. The references stay valid until the region is freed.
-    static SgxMemoryRegion& primaryMemoryRegion();
-    static SgxMemoryRegion& stringMemoryRegion();
-    static SgxMemoryRegion& doubleMemoryRegion();
-    static SgxMemoryRegion& temporaryMemoryRegion();
+    // Inline: every object, slot text and link asks for a region.
+    static SgxMemoryRegion& primaryMemoryRegion() {
+        return s_primaryMemoryRegion ? *s_primaryMemoryRegion : makePrimaryMemoryRegion();
+    }
+    static SgxMemoryRegion& stringMemoryRegion() {
+        return s_stringMemoryRegion ? *s_stringMemoryRegion : makeStringMemoryRegion();
+    }
+    static SgxMemoryRegion& doubleMemoryRegion() {
+        return s_doubleMemoryRegion ? *s_doubleMemoryRegion : makeDoubleMemoryRegion();
+    }
+    static SgxMemoryRegion& temporaryMemoryRegion() {
+        return s_temporaryMemoryRegion ? *s_temporaryMemoryRegion : makeTemporaryMemoryRegion();
+    }
     // The model-size factor (initially 1), which scales the block size of primary and temporary
     // regions created afterwards. Setting 0 keeps the old value.
     static uint64_t get_ModelSize() { return s_modelSize; }
     static void set_ModelSize(size_t modelSize);
 
 private:
+    // Create the region on first use (out of line: once per region).
+    static SgxMemoryRegion& makePrimaryMemoryRegion();
+    static SgxMemoryRegion& makeStringMemoryRegion();
+    static SgxMemoryRegion& makeDoubleMemoryRegion();
+    static SgxMemoryRegion& makeTemporaryMemoryRegion();
     // Deletes the primary, string, double and temporary regions (those that exist), in that order.
     static void freeAllMemoryRegions() noexcept;
     // Deletes the temporary region if it exists; the next temporaryMemoryRegion() makes a new one.
