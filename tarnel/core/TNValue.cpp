@@ -64,22 +64,10 @@ TNValue::TNValue(const SgxString& text)
 TNValue::TNValue(const char* text)
     : m_type(TNVString), m_text(text ? copyText(text, std::strlen(text)) : s_emptyText) {}
 
-TNValue::TNValue(const TNValue& other) : m_type(other.m_type), m_int(0) {
-    switch (m_type) {
-    case TNVInt:
-    case TNVBoolean:
-        m_int = other.m_int;
-        break;
-    case TNVDouble:
-        m_double = other.m_double;
-        break;
-    case TNVString:
-        m_text = other.m_text == s_emptyText ? s_emptyText
-                                             : copyText(other.m_text, std::strlen(other.m_text));
-        break;
-    default:
-        break;
-    }
+TNValue::TNValue(const TNValue& other) : m_type(other.m_type) {
+    copyPayload(other);
+    if (m_type == TNVString && m_text != s_emptyText)
+        m_text = copyText(m_text, std::strlen(m_text));
 }
 
 TNValue& TNValue::operator=(const TNValue& other) {

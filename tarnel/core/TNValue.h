@@ -18,6 +18,7 @@
 #include "tarnel/tarnel_export.h"
 
 #include <cstdint>
+#include <cstring>
 #include <utility>
 
 // The type tag of a TNValue. TNVLong is never held by a value; it exists for attribute values and
@@ -122,20 +123,13 @@ private:
     }
     // Moves the payload of `other` (whose tag this value already carries) into this value.
     void take(TNValue& other) noexcept {
-        switch (m_type) {
-        case TNVInt:
-        case TNVBoolean:
-            m_int = other.m_int;
-            break;
-        case TNVDouble:
-            m_double = other.m_double;
-            break;
-        case TNVString:
-            m_text = std::exchange(other.m_text, s_emptyText);
-            break;
-        default:
-            break;
-        }
+        copyPayload(other);
+        if (m_type == TNVString)
+            other.m_text = s_emptyText;
+    }
+    // Copies the payload word as it stands, whatever it holds (a text pointer is shared).
+    void copyPayload(const TNValue& other) noexcept {
+        std::memcpy(static_cast<void*>(&m_double), &other.m_double, sizeof(m_double));
     }
     // A copy of a non-empty text, or the shared empty text.
     static const char* copyText(const char* text, size_t length);
