@@ -1,21 +1,26 @@
-// Workload W1, phases populate, freeze and memory, on this library and on the hand-written
-// baseline, at 100,000 and 1,000,000 objects. Each library run is compared with the baseline run
-// of the same size made just before it in the same process.
+// Workload W1, phases populate, freeze and memory, and the report queries Q1, Q2 and Q3, on this
+// library and on the hand-written baseline, at 100,000 and 1,000,000 objects. Each library run is
+// compared with the baseline run of the same size made just before it in the same process.
 //
 // Counters, per object: populate_ns, freeze_ns, rss_B (resident-set growth from before populate
 // to after freeze), and for the library data_B (what the data needs: object headers, 16-byte
 // slots, link arrays, text and real bytes) with the ratios rss/data, populate/baseline and
 // rss/baseline.
 #include "w1_model.h"
+#include "w1_reports.h"
 
 #include <benchmark/benchmark.h>
 
 #include <malloc.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <map>
+#include <memory>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -118,6 +123,59 @@ void BM_W1_Tarnel(benchmark::State& state) {
     }
 }
 
+// --- Queries Q1, Q2, Q3 ----------------------------------------------------------------------
+
+// The median of `runs` timed runs of `query` after one warm-up run, in milliseconds.
+template <class Query> double medianMs(Query query, int runs = 5) {
+    query();
+    std::vector<double> times;
+    for (int i = 0; i < runs; ++i) {
+        const auto start = Clock::now();
+        benchmark::DoNotOptimize(query());
+        times.push_back(nanoseconds(start, Clock::now()) / 1e6);
+    }
+    std::sort(times.begin(), times.end());
+    return times[times.size() / 2];
+}
+
+// The three report queries on both systems, built once per size. Counters per query: the
+// library's median ms, the baseline's, their ratio, and the library's ns per object walked
+// (Q1: per Operation; Q2: per Class and Operation visited; Q3: per Package and Class visited).
+void BM_W1_Queries(benchmark::State& state) {
+    const size_t n = static_cast<size_t>(state.range(0));
+    auto plain = std::make_unique<w1::baseline::Model>();
+    w1::generate(*plain, n);
+    TNSchema schema;
+    w1::TarnelModel model(schema);
+    w1::generate(model, n);
+    schema.donePopulating();
+    w1::defineAllClasses(schema);
+    const w1::Reports reports;
+    TNObject* any = schema.getClass("Package")->objects().front().get();
+
+    const double classes = static_cast<double>(n / 10);
+    const double walked[3] = {classes * w1::operationsPerClass,
+                              classes * (1 + w1::operationsPerClass),
+                              static_cast<double>(w1::packageCount) + classes};
+    double library[3] = {};
+    double base[3] = {};
+    for (auto _ : state) {
+        library[0] = medianMs([&] { return reports.q1(any).size(); });
+        base[0] = medianMs([&] { return w1::baseline::q1(*plain).size(); });
+        library[1] = medianMs([&] { return reports.q2(any); });
+        base[1] = medianMs([&] { return w1::baseline::q2(*plain); });
+        library[2] = medianMs([&] { return reports.q3(any); });
+        base[2] = medianMs([&] { return w1::baseline::q3(*plain); });
+    }
+    for (int q = 0; q < 3; ++q) {
+        const std::string name = "Q" + std::to_string(q + 1);
+        state.counters[name + "_ms"] = library[q];
+        state.counters[name + "_base_ms"] = base[q];
+        state.counters[name + "/base"] = library[q] / base[q];
+        state.counters[name + "_ns/obj"] = library[q] * 1e6 / walked[q];
+    }
+}
+
 } // namespace
 
 // Baseline first at each size, so the library run finds the figures to compare with.
@@ -125,6 +183,7 @@ BENCHMARK(BM_W1_Baseline)->Arg(100000)->Iterations(5)->Unit(benchmark::kMillisec
 BENCHMARK(BM_W1_Tarnel)->Arg(100000)->Iterations(5)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_W1_Baseline)->Arg(1000000)->Iterations(3)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_W1_Tarnel)->Arg(1000000)->Iterations(3)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_W1_Queries)->Arg(100000)->Arg(1000000)->Iterations(1)->Unit(benchmark::kMillisecond);
 
 int main(int argc, char** argv) {
     // Blocks of a megabyte or more come straight from the system and go straight back, for both

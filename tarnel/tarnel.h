@@ -23,11 +23,16 @@
 #include "tarnel/metamodel/TNSchema.h"
 
 #include "tarnel/navigation/TNAssociation.h"
+#include "tarnel/navigation/TNAssociationTraversal.h"
+#include "tarnel/navigation/TNBuiltinAssociations.h"
 #include "tarnel/navigation/TNClassIdentifier.h"
+#include "tarnel/navigation/TNTraversalParser.h"
 
 #include "tarnel/instances/TNAttr.h"
 #include "tarnel/instances/TNObject.h"
 
+#include "tarnel/expressions/TNCollectionExpr.h"
 #include "tarnel/expressions/TNExpr.h"
+#include "tarnel/expressions/TNQuantifierExpr.h"
 #include "tarnel/expressions/TNScalarExpr.h"
 #include "tarnel/expressions/TNStringExpr.h"

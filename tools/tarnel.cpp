@@ -1,65 +1,49 @@
 #include "tarnel/tarnel.h"
-
-#include "sgx/persistence/Persistence.h"
+#include "bench/w1_reports.h"
 
 #include <CLI/CLI.hpp>
 
+#include <chrono>
 #include <iostream>
 
 namespace {
 
-template <class T> SgxString versionText(const SgxVersion<T>& v) {
-    return std::to_string(v.getMajor()) + "." + std::to_string(v.getMinor()) + " (build kind " +
-           std::to_string(v.getBuildKind()) + ")";
+using Clock = std::chrono::steady_clock;
+
+double millisecondsSince(Clock::time_point start) {
+    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
 }
 
-const char* yesNo(bool b) { return b ? "true" : "false"; }
-
-void showValue(const char* label, const TNValue& v) {
-    std::cout << "  " << label << ": asLongInt " << v.asLongInt() << ", asDouble "
-              << TNValue(v.asDouble()).asString() << ", asString \"" << v.asString()
-              << "\", asBoolean " << yesNo(v.asBoolean()) << "\n";
+// Runs `report` once and prints its figure and its time.
+template <class Report> void timed(const char* title, Report report) {
+    const Clock::time_point start = Clock::now();
+    const auto figure = report();
+    const double ms = millisecondsSince(start);
+    std::cout << title << figure << "\n  (" << ms << " ms)\n";
 }
 
-void demo() {
-    std::cout << "Versions\n"
-              << "  Tarnel " << versionText(Tarnel::getVersion()) << "\n"
-              << "  General " << versionText(General::getVersion()) << "\n"
-              << "  Persistence " << versionText(Persistence::getVersion()) << "\n\n";
+// Builds the W1 model of `objects` objects and runs the three reports on it.
+void demo(size_t objects) {
+    const size_t n = std::max<size_t>(10000, objects / 10000 * 10000);
+    TNSchema schema;
+    w1::TarnelModel model(schema);
+    Clock::time_point start = Clock::now();
+    w1::generate(model, n);
+    schema.donePopulating();
+    std::cout << "W1 model: " << w1::objectCount(n) << " objects built in "
+              << millisecondsSince(start) << " ms\n";
+    w1::defineAllClasses(schema);
+    std::cout << "Package navigates \"All Classes\" by: " << w1::allClassesSource << "\n\n";
 
-    std::cout << "Conversions\n";
-    showValue("TNValue(2.9)", TNValue(2.9));
-    showValue("TNValue(-2.9)", TNValue(-2.9));
-    showValue("TNValue(\"  42abc\")", TNValue("  42abc"));
-    showValue("TNValue(\"True\")", TNValue("True"));
-    showValue("TNValue(5000000000L)", TNValue(5000000000L));
-    TNValue converted(3);
-    converted.setType(TNAttrReal);
-    std::cout << "  TNValue(3) after setType(TNAttrReal): \"" << converted.asString() << "\"\n\n";
-
-    std::cout << "Comparisons (the left operand's type decides)\n"
-              << "  TNValue(\"10\") == TNValue(10): " << yesNo(TNValue("10") == TNValue(10)) << "\n"
-              << "  TNValue(10) == TNValue(\"10abc\"): " << yesNo(TNValue(10) == TNValue("10abc"))
-              << "\n"
-              << "  TNValue(\"10abc\") == TNValue(10): " << yesNo(TNValue("10abc") == TNValue(10))
-              << "\n"
-              << "  TNValue() == TNValue(): " << yesNo(TNValue() == TNValue()) << "\n"
-              << "  TNValue() < TNValue(): " << yesNo(TNValue() < TNValue()) << "\n\n";
-
-    std::cout << "An exception raised with the \"Throw\" log on\n";
-    SgxLogBase& log = SgxException::getLog();
-    log.setStream(&std::cout);
-    log.enable("Throw");
-    try {
-        TNException(TNException::Access, TNException::Association, TNException::NameNotFound)
-            .setClass1("Part")
-            .setAssoc("owner")
-            .raise();
-    } catch (const TNException& e) {
-        std::cout << "Caught TNException; reasonText():\n" << e.reasonText() << "\n";
-    }
-    log.enable("Throw", false);
-    log.setStream(&std::cerr);
+    const w1::Reports reports;
+    TNObject* any = schema.getClass("Package")->objects().front().get();
+    timed("Q1 public operations by name: ", [&] {
+        const SgxString names = reports.q1(any);
+        return std::to_string(names.size()) + " characters, starting \"" + names.substr(0, 60) +
+               "\"";
+    });
+    timed("Q2 public operations of every class, summed: ", [&] { return reports.q2(any); });
+    timed("Q3 classes below each top package, summed: ", [&] { return reports.q3(any); });
 }
 
 } // namespace
@@ -67,8 +51,11 @@ void demo() {
 int main(int argc, char** argv) {
     CLI::App app{"tarnel: typed, navigable models for report generators"};
     app.require_subcommand(1);
-    CLI::App* demoCommand = app.add_subcommand("demo", "Show the library at work");
-    demoCommand->callback(demo);
+    CLI::App* demoCommand =
+        app.add_subcommand("demo", "Build a report model and run three reports on it");
+    size_t objects = 10000;
+    demoCommand->add_option("--objects", objects, "Model size in objects (rounded to 10,000)");
+    demoCommand->callback([&] { demo(objects); });
     CLI11_PARSE(app, argc, argv);
     return 0;
 }

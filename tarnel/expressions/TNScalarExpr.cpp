@@ -1,6 +1,12 @@
 #include "tarnel/expressions/TNScalarExpr.h"
 
 #include "sgx/general/SgxException.h"
+#include "tarnel/instances/TNObject.h"
+#include "tarnel/metamodel/TNEnumType.h"
+
+#include <cstring>
+#include <string_view>
+#include <typeinfo>
 
 namespace {
 
@@ -63,6 +69,16 @@ TNValue realArithmetic(TNArithmeticExpr::TNArithOp op, double a, const TNValue& 
 } // namespace
 
 TNValue TNRelationalExpr::operator()() const {
+    // attribute == constant, the filter of most reports: neither value is copied. Evaluating a
+    // constant has no effect, so reading it first keeps the order of everything observable.
+    const TNValueExpr* lhs = m_lhs.get();
+    const TNValueExpr* rhs = m_rhs.get();
+    if ((m_op == TNEqual || m_op == TNNotEqual) && lhs != nullptr && rhs != nullptr &&
+        typeid(*rhs) == typeid(TNConstantExpr) && typeid(*lhs) == typeid(TNAttrExpr)) {
+        const bool equal = static_cast<const TNAttrExpr&>(*lhs).equals(
+            static_cast<const TNConstantExpr&>(*rhs).constant());
+        return TNValue(m_op == TNEqual ? equal : !equal);
+    }
     TNValue right = (*m_rhs)();
     TNValue left = (*m_lhs)();
     switch (m_op) {
@@ -133,3 +149,78 @@ TNValue TNConversionExpr::operator()() const {
 TNValue TNCountExpr::operator()() const {
     return TNValue(static_cast<int32_t>((*m_collection)().size()));
 }
+
+TNAttrExpr::TNAttrExpr(const SgxString& name, const TNObjectExprPtr& object)
+    : m_name(new TNConstantExpr(name)), m_object(object) {}
+
+TNValue TNAttrExpr::operator()() const {
+    const SgxSimplePtr<TNObject> object = (*m_object)();
+    const TNAttribute& slot = slotOf(*object);
+    if (slot.type() == TNAttrEnumeration)
+        return TNValue(slot.asString());
+    return slot.value();
+}
+
+bool TNAttrExpr::equals(const TNValue& value) const {
+    const SgxSimplePtr<TNObject> object = (*m_object)();
+    const TNAttribute& slot = slotOf(*object);
+    const TNAttrType type = slot.type();
+    if (type == TNAttrEnumeration && value.text() != nullptr) {
+        // Literal names are unique in their type, so the literal's name equals the text exactly
+        // when its index is the one the text names. An index outside the type is left to
+        // asString(), which raises for it.
+        const TNEnumType* enumType = slot.attrDesc()->enumType().get();
+        const int32_t index = slot.asLongInt();
+        if (enumType != nullptr && index >= 0 && enumType->check(static_cast<unsigned long>(index)))
+            return index == literalIndex(*enumType, value.text());
+    }
+    if (type != TNAttrEnumeration && type != TNAttrString)
+        return slot.value() == value;
+    // The attribute reads as a text, so the comparison is byte-wise with the other's text.
+    const SgxString text = slot.asString();
+    if (const char* other = value.text())
+        return text == other;
+    return text == value.asString();
+}
+
+int64_t TNAttrExpr::literalIndex(const TNEnumType& enumType, const char* text) const {
+    // A type that gained literals since may now name the text.
+    if (&enumType != m_literalType || enumType.check(m_literalCount) ||
+        std::strcmp(text, m_literalText.c_str()) != 0) {
+        const std::string_view literal(text);
+        m_literalIndex = enumType.check(literal) ? static_cast<int64_t>(enumType[literal]) : -1;
+        m_literalCount = enumType.values().size();
+        m_literalText = text;
+        m_literalType = &enumType;
+    }
+    return m_literalIndex;
+}
+
+TNAttribute& TNAttrExpr::slotOf(TNObject& object) const {
+    // A plain constant name is read in place: evaluating it would copy its text per object.
+    const TNValueExpr& nameNode = *m_name;
+    TNValue evaluated;
+    const TNValue* name = &evaluated;
+    if (typeid(nameNode) == typeid(TNConstantExpr))
+        name = &static_cast<const TNConstantExpr&>(nameNode).constant();
+    else
+        evaluated = nameNode();
+    SgxString converted;
+    const char* text = name->text();
+    if (text == nullptr) {
+        converted = name->asString();
+        text = converted.c_str();
+    }
+    const TNClass* cls = object.getClass().get();
+    if (cls == m_cachedClass && std::strcmp(text, m_cachedName.c_str()) == 0) [[likely]]
+        return object[*m_cachedDesc];
+    TNAttribute& slot = object[std::string_view(text)];
+    m_cachedDesc = slot.attrDesc().get();
+    m_cachedName = text;
+    m_cachedClass = cls;
+    return slot;
+}
+
+// Out of line: a caller that knows a node's exact type may call these directly, which an
+// inline definition, hidden inside the library, would not allow.
+void TNAttrExpr::prepareForDeletion() const { tnClaimOperands(m_name, m_object); }

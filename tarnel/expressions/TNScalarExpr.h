@@ -1,5 +1,6 @@
-// TNScalarExpr.h: value operators computing one TNValue from other values or from the size of a
-// collection: comparison, logic, arithmetic, type conversion, constants and counting.
+// TNScalarExpr.h: value operators computing one TNValue from other values, from the size of a
+// collection or from a model object: comparison, logic, arithmetic, type conversion, constants,
+// counting and attribute values.
 //
 // Every type rule is TNValue's: the left operand's type decides how the right one is read, and a
 // type mismatch is never an error (it converts or yields TNVNone). Operands are owned as the
@@ -11,11 +12,17 @@
 
 #include <cstdint>
 
+class TNAttrDesc;
+class TNAttribute;
+class TNClass;
+class TNEnumType;
+
 // Comparison of lhs with rhs, as TNValue::operator== and operator< compare them (lhs decides).
-// Yields a TNVBoolean. rhs is evaluated before lhs. TNGreater and TNLessEqual, when the two
-// values are not equal, evaluate both operands a second time (rhs first again) and decide on the
-// new values, so operands with side effects or caches see two evaluations. An invalid operator
-// yields false.
+// Yields a TNVBoolean. rhs is evaluated before lhs. An equality test of an attribute (TNAttrExpr)
+// with a constant reads both in place, the result being the same. TNGreater and TNLessEqual, when
+// the two values are not equal, evaluate both operands a second time (rhs first again) and decide
+// on the new values, so operands with side effects or caches see two evaluations. An invalid
+// operator yields false.
 class TARNEL_API TNRelationalExpr : public TNValueExpr {
 public:
     enum TNRelOp : int32_t {
@@ -118,6 +125,9 @@ public:
 
     TNValue operator()() const override { return m_value; }
     void prepareForDeletion() const override {}
+    // The constant itself, not a copy: for nodes that read a constant operand without evaluating
+    // it (which would copy its text).
+    const TNValue& constant() const noexcept { return m_value; }
 
     TN_EXPR_FIELD(TNValue, value);
 };
@@ -132,4 +142,46 @@ public:
     void prepareForDeletion() const override { tnClaimOperands(m_collection); }
 
     TN_EXPR_FIELD(TNObjectCollectionExprPtr, collection);
+};
+
+// The value of attribute `name` (read with asString()) of the object that `object` yields:
+// an enumeration attribute gives its literal's name as a TNVString, every other kind its
+// TNAttribute::value(). `object` is evaluated first; a null object raises SgxException "Null
+// dereference", a name the object's class lacks the TNException (Access, AttrDescriptor,
+// NameNotFound) of TNObject::operator[].
+class TARNEL_API TNAttrExpr : public TNValueExpr {
+public:
+    TNAttrExpr() = default;
+    TNAttrExpr(const TNValueExprPtr& name, const TNObjectExprPtr& object)
+        : m_name(name), m_object(object) {}
+    // Makes a TNConstantExpr holding `name`, owned like every operand once prepareForDeletion()
+    // has run.
+    TNAttrExpr(const SgxString& name, const TNObjectExprPtr& object);
+
+    TNValue operator()() const override;
+    void prepareForDeletion() const override;
+    // Whether operator()() == value (TNValue::operator==, the attribute's value deciding), with
+    // the same evaluations and failures, but without building the attribute's value: a filter
+    // comparing an attribute with a constant then costs no allocation per object.
+    bool equals(const TNValue& value) const;
+
+    TN_EXPR_FIELD(TNValueExprPtr, name);
+    TN_EXPR_FIELD(TNObjectExprPtr, object);
+
+private:
+    TNAttribute& slotOf(TNObject& object) const;
+    // The index of literal `text` in `enumType`, or -1 when it names none; remembered for the
+    // last type and text asked.
+    int64_t literalIndex(const TNEnumType& enumType, const char* text) const;
+
+    // The descriptor of the attribute last read and the class and name it was found for. Runs of
+    // objects of one class then reach their slot by the descriptor's position instead of a name
+    // lookup per object. Descriptors live as long as their class and never move.
+    mutable const TNClass* m_cachedClass = nullptr;
+    mutable const TNAttrDesc* m_cachedDesc = nullptr;
+    mutable SgxString m_cachedName;
+    mutable const TNEnumType* m_literalType = nullptr;
+    mutable size_t m_literalCount = 0;
+    mutable SgxString m_literalText;
+    mutable int64_t m_literalIndex = -1;
 };

@@ -1,6 +1,10 @@
 #include "tarnel/expressions/TNStringExpr.h"
 
 #include "rw/RWClassicCString.h"
+#include "tarnel/instances/TNObject.h"
+
+#include <cstdint>
+#include <string>
 
 #include <utility>
 
@@ -104,3 +108,26 @@ TNValue TNDelimiterExpr::operator()() const {
     }
     return TNValue(joined);
 }
+
+TNValue TNClassNameExpr::operator()() const {
+    const SgxSimplePtr<TNObject> object = (*m_object)();
+    return TNValue(object->getClass()->name());
+}
+
+TNValue TNUidExpr::operator()() const {
+    const SgxSimplePtr<TNObject> handle = (*m_object)();
+    const TNObject& object = *handle;
+    if (object.getClass()->attributeExists("quid")) {
+        SgxString quid = object["quid"].asString();
+        if (!quid.empty())
+            return TNValue(quid);
+    }
+    // The identity printed as an unsigned 32-bit number: only the address's low half shows.
+    const auto low = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(&object));
+    return TNValue(std::to_string(low));
+}
+
+// Out of line: a caller that knows a node's exact type may call these directly, which an
+// inline definition, hidden inside the library, would not allow.
+void TNClassNameExpr::prepareForDeletion() const { tnClaimOperands(m_object); }
+void TNUidExpr::prepareForDeletion() const { tnClaimOperands(m_object); }

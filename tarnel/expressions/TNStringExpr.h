@@ -1,5 +1,6 @@
 // TNStringExpr.h: value operators on texts: regular-expression test, find and replace, case
-// conversion and trimming, and joining a string collection.
+// conversion and trimming, joining a string collection, and the texts that name an object (its
+// class name and its identifier).
 //
 // Operands are read with TNValue::asString() and evaluated in field order, the pattern first.
 // Results are TNVString values, except the match test's TNVBoolean. Patterns are RWCRegexp's
@@ -120,4 +121,31 @@ public:
 
     TN_EXPR_FIELD(TNValueExprPtr, delimiter);
     TN_EXPR_FIELD(TNStringCollectionExprPtr, collection);
+};
+
+// The name of the class of the object that `object` yields. A null object raises SgxException
+// "Null dereference".
+class TARNEL_API TNClassNameExpr : public TNValueExpr {
+public:
+    TNClassNameExpr() = default;
+    explicit TNClassNameExpr(const TNObjectExprPtr& object) : m_object(object) {}
+
+    TNValue operator()() const override;
+    void prepareForDeletion() const override;
+
+    TN_EXPR_FIELD(TNObjectExprPtr, object);
+};
+
+// An identifier of the object that `object` yields: the text of its "quid" attribute when its
+// class has one and it is not empty; otherwise the low 32 bits of the object's address as an
+// unsigned decimal number. A null object raises SgxException "Null dereference".
+class TARNEL_API TNUidExpr : public TNValueExpr {
+public:
+    TNUidExpr() = default;
+    explicit TNUidExpr(const TNObjectExprPtr& object) : m_object(object) {}
+
+    TNValue operator()() const override;
+    void prepareForDeletion() const override;
+
+    TN_EXPR_FIELD(TNObjectExprPtr, object);
 };

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <unordered_set>
 
 TN_DEFINE_COLLECTABLE(TNSimpleAssociation)
 TN_DEFINE_COLLECTABLE(TNCompoundAssociation)
@@ -206,14 +207,111 @@ int TNSimpleAssociation::compareTo(const RWCollectable* other) const {
 
 unsigned TNSimpleAssociation::hash() const { return 1; }
 
-TNCompoundAssociation::~TNCompoundAssociation() = default;
-
-std::vector<SgxSimplePtr<TNObject>>
-TNCompoundAssociation::objects(const SgxSimplePtr<TNObject>& /*source*/) const {
-    SgxException::raise("TNCompoundAssociation: traversal not available");
+TNCompoundAssociationData::~TNCompoundAssociationData() {
+    try {
+        m_traversal.takeOwnership();
+    } catch (...) {
+        // Claiming raises nothing for a well-formed graph; a destructor must not raise anyway.
+    }
 }
 
-SgxSimplePtr<TNObject>
-TNCompoundAssociation::object(const SgxSimplePtr<TNObject>& /*source*/) const {
-    SgxException::raise("TNCompoundAssociation: traversal not available");
+TNCompoundAssociation::TNCompoundAssociation() : m_data(new TNCompoundAssociationData) {}
+
+TNCompoundAssociation::~TNCompoundAssociation() = default;
+
+void TNCompoundAssociation::setAssociationTraversal(SgxSimplePtr<TNAssociationTraversal> root) {
+    m_data->traversal(root.get());
+}
+
+void TNCompoundAssociation::setTraversalSource(const SgxString& source) {
+    m_data->traversalSource(source);
+}
+
+SgxSimplePtr<TNAssociationTraversal> TNCompoundAssociation::associationTraversal() const {
+    return m_data->traversal().get();
+}
+
+SgxString TNCompoundAssociation::traversalSource() const { return m_data->traversalSource(); }
+
+SgxString TNCompoundAssociation::asString() const {
+    return "TNCompoundAssociation { " + traversalSource() + " }";
+}
+
+std::vector<SgxSimplePtr<TNObject>>
+TNCompoundAssociation::objects(const SgxSimplePtr<TNObject>& source) const {
+    const TNAssociationTraversal* root = m_data->traversal().get();
+    if (root == nullptr)
+        SgxException::raise("Null dereference");
+    std::vector<SgxSimplePtr<TNObject>> result;
+    root->traverse(result, source);
+    return result;
+}
+
+SgxSimplePtr<TNObject> TNCompoundAssociation::object(const SgxSimplePtr<TNObject>& source) const {
+    const std::vector<SgxSimplePtr<TNObject>> found = objects(source);
+    if (found.size() != 1)
+        TNException(TNException::Traverse, TNException::AssociationChain,
+                    found.empty() ? TNException::NoObjectsInChain : TNException::ManyObjectsInChain)
+            .setAssoc(asString())
+            .raise();
+    return found.front();
+}
+
+bool TNCompoundAssociation::isEqual(const RWCollectable* other) const {
+    if (other == nullptr || other->isA() != isA())
+        return false;
+    const auto* compound = dynamic_cast<const TNCompoundAssociation*>(other);
+    return compound != nullptr && compound->traversalSource() == traversalSource();
+}
+
+int TNCompoundAssociation::compareTo(const RWCollectable* other) const {
+    if (other == nullptr || other->isA() != isA())
+        return -1;
+    if (isEqual(other))
+        return 0;
+    const auto* compound = dynamic_cast<const TNCompoundAssociation*>(other);
+    return compound != nullptr && traversalSource() < compound->traversalSource() ? -1 : 1;
+}
+
+unsigned TNCompoundAssociation::hash() const {
+    return static_cast<unsigned>(std::hash<SgxString>{}(traversalSource()));
+}
+
+void TNCompoundAssociation::saveGuts(RWvostream& stream) const {
+    TNAssociation::saveGuts(stream);
+    sgxStringToStream(stream, traversalSource());
+    stream << static_cast<const RWCollectable*>(m_data->traversal().get());
+}
+
+void TNCompoundAssociation::restoreGuts(RWvistream& stream) {
+    TNAssociation::restoreGuts(stream);
+    SgxString source;
+    sgxStringFromStream(stream, source);
+    RWCollectable* read = nullptr;
+    stream >> read;
+    auto* root = dynamic_cast<TNAssociationTraversal*>(read);
+    if (read != nullptr && root == nullptr)
+        SgxException::raise("Invalid compound association: expected TNAssociationTraversal; got " +
+                            read->stringID());
+    // Every node of the graph was made by this restore; this association keeps them (through
+    // its record), so none is freed with the restore's leftovers. Each is taken once, in the
+    // order the links reach it.
+    std::vector<const TNAssociationTraversal*> pending{root};
+    std::unordered_set<const TNAssociationTraversal*> taken;
+    while (!pending.empty()) {
+        const TNAssociationTraversal* node = pending.back();
+        pending.pop_back();
+        if (node == nullptr || !taken.insert(node).second)
+            continue;
+        rwAdopt(node, this);
+        pending.push_back(node->sibling().get());
+        pending.push_back(node->child().get());
+    }
+    m_data->traversalSource(source);
+    m_data->traversal(root);
+}
+
+RWspace TNCompoundAssociation::binaryStoreSize() const {
+    return TNAssociation::binaryStoreSize() +
+           RWCollectableString(traversalSource()).binaryStoreSize();
 }

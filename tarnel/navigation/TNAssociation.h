@@ -9,12 +9,16 @@
 // and never needs to know which kind it holds.
 #pragma once
 
+#include "sgx/general/SgxCountedPtr.h"
+#include "sgx/general/SgxCyclicPtr.h"
+#include "sgx/general/SgxObject.h"
 #include "sgx/general/SgxSimplePtr.h"
 #include "sgx/general/SgxString.h"
 #include "sgx/persistence/SgxCollectable.h"
 #include "tarnel/core/TNCollectable.h"
 #include "tarnel/core/TNValue.h"
 #include "tarnel/metamodel/TNTaggedValues.h"
+#include "tarnel/navigation/TNAssociationTraversal.h"
 #include "tarnel/tarnel_export.h"
 
 #include <cstdint>
@@ -199,21 +203,82 @@ private:
                         otherRoleName, isDiagram, false, false) {}
 };
 
-// An association whose targets are computed by a traversal rather than stored: associating
-// objects through it records nothing. Only the association part exists so far: the traversal
-// and its source text are not held yet, and objects() and object() raise SgxException
-// "TNCompoundAssociation: traversal not available".
+// The record that a compound association shares with its copies: the traversal graph and the
+// chain text it was built from. It owns the graph it holds when it is destroyed.
+class TARNEL_API TNCompoundAssociationData : public SgxObject {
+public:
+    TNCompoundAssociationData() = default;
+    TNCompoundAssociationData(const TNCompoundAssociationData&) = delete;
+    TNCompoundAssociationData& operator=(const TNCompoundAssociationData&) = delete;
+    // Claims the graph (its root first, so cycles back to it are freed) and deletes it.
+    ~TNCompoundAssociationData() override;
+
+    // The root of the graph (null until set) and the chain text ("<<uninitialized>>" until set).
+    // Replacing the root does not free the graph held before (it may share nodes with the new
+    // one): its holder keeps it.
+    SgxCyclicPtr<TNAssociationTraversal> traversal() const { return m_traversal; }
+    void traversal(const SgxCyclicPtr<TNAssociationTraversal>& root) { m_traversal = root; }
+    SgxString traversalSource() const { return m_traversalSource; }
+    void traversalSource(const SgxString& source) { m_traversalSource = source; }
+
+private:
+    SgxCyclicPtr<TNAssociationTraversal> m_traversal;
+    SgxString m_traversalSource = "<<uninitialized>>";
+};
+
+// An association whose targets are computed by a traversal graph rather than stored: associating
+// objects through it records nothing. Copies (copy construction, assignment, clone()) share one
+// data record, so a change of source or graph through one is seen by all; identity is the source
+// text. Its chain text comes with its graph: whoever defines one parses the text
+// (tnParseTraversal) and hands over both.
 class TARNEL_API TNCompoundAssociation : public TNAssociation {
     TN_DECLARE_COLLECTABLE(TNCompoundAssociation)
 public:
-    TNCompoundAssociation() = default;
+    // A fresh data record: no graph, source "<<uninitialized>>".
+    TNCompoundAssociation();
     TNCompoundAssociation(const TNCompoundAssociation&) = default;
     TNCompoundAssociation& operator=(const TNCompoundAssociation&) = default;
     ~TNCompoundAssociation() override;
 
+    // Stores the root of the graph (which the shared record then owns) and the chain text.
+    void setAssociationTraversal(SgxSimplePtr<TNAssociationTraversal> root);
+    void setTraversalSource(const SgxString& source);
+    // The shared record's graph root and chain text.
+    SgxSimplePtr<TNAssociationTraversal> associationTraversal() const;
+    SgxString traversalSource() const;
+
     bool isSimple() const override { return false; }
+    // What the graph gathers from `source` (TNAssociationTraversal::traverse), order and
+    // repetitions kept. Raises SgxException "Null dereference" when no graph is set; what the
+    // traversal raises passes through.
     std::vector<SgxSimplePtr<TNObject>>
     objects(const SgxSimplePtr<TNObject>& source) const override;
+    // The single object of objects(source). Raises TNException (Traverse, AssociationChain,
+    // ManyObjectsInChain or NoObjectsInChain), its association name "TNCompoundAssociation { "
+    // + the source + " }", when there are several (repetitions count) or none.
     SgxSimplePtr<TNObject> object(const SgxSimplePtr<TNObject>& source) const override;
     TNAssociation* clone() const override { return new TNCompoundAssociation(*this); }
+
+    // Identity by source text: isEqual for a compound association with an equal source (false
+    // for null and other classes); compareTo -1 for another class (or null), 0 when isEqual
+    // holds, else the byte order of the sources; hash is the hash of the source.
+    bool isEqual(const RWCollectable* other) const override;
+    int compareTo(const RWCollectable* other) const override;
+    unsigned hash() const override;
+
+    // Persisted record: the association record, the source text, then the graph root as a
+    // collectable reference (null when unset). Restoring writes both into the shared record,
+    // which then owns every node read; a link that is not a TNAssociationTraversal raises
+    // SgxException. binaryStoreSize() counts the association and the source text.
+    using TNAssociation::restoreGuts;
+    using TNAssociation::saveGuts;
+    void saveGuts(RWvostream& stream) const override;
+    void restoreGuts(RWvistream& stream) override;
+    RWspace binaryStoreSize() const override;
+
+private:
+    // "TNCompoundAssociation { <source> }": how exception texts name the association.
+    SgxString asString() const;
+
+    SgxCountedPtr<TNCompoundAssociationData> m_data;
 };

@@ -1,0 +1,245 @@
+#include "tarnel/expressions/TNCollectionExpr.h"
+
+#include "sgx/general/SgxException.h"
+#include "tarnel/expressions/TNScalarExpr.h"
+#include "tarnel/instances/TNObject.h"
+#include "tarnel/metamodel/TNClass.h"
+#include "tarnel/metamodel/TNSchema.h"
+
+#include <algorithm>
+#include <typeinfo>
+#include <unordered_set>
+#include <utility>
+
+namespace {
+
+using SortKeys = std::vector<TNSortExpr::SortKey>;
+
+// Sorts v[first, last) by `before` with a merge sort that only ever touches positions inside the
+// range, whatever `before` answers. Sort keys may make the comparison inconsistent (TNVNone is
+// less than itself, NaN compares false both ways, a key may change between evaluations), and the
+// standard sorts' unguarded loops can run off the range then. Stable, so ties keep their order,
+// which is one of the orders the sort leaves open.
+template <class T, class Before>
+void mergeSort(std::vector<T>& v, size_t first, size_t last, Before before) {
+    const size_t n = last - first;
+    std::vector<T> buffer(v.begin() + static_cast<ptrdiff_t>(first),
+                          v.begin() + static_cast<ptrdiff_t>(last));
+    std::vector<T> merged(n);
+    for (size_t width = 1; width < n; width *= 2) {
+        for (size_t lo = 0; lo < n; lo += 2 * width) {
+            const size_t mid = std::min(lo + width, n);
+            const size_t hi = std::min(lo + 2 * width, n);
+            size_t i = lo, j = mid, out = lo;
+            while (i < mid && j < hi)
+                merged[out++] = before(buffer[j], buffer[i]) ? buffer[j++] : buffer[i++];
+            while (i < mid)
+                merged[out++] = buffer[i++];
+            while (j < hi)
+                merged[out++] = buffer[j++];
+        }
+        buffer.swap(merged);
+    }
+    std::copy(buffer.begin(), buffer.end(), v.begin() + static_cast<ptrdiff_t>(first));
+}
+
+bool ordered(const TNSortExpr::SortKey& key, const TNValue& a, const TNValue& b) {
+    return key.ascending ? a < b : b < a;
+}
+
+// A key whose body reads an attribute, named by a constant, of the key's own variable: its only
+// effects are its value and binding the variable, so it can be evaluated once per element.
+bool isAttributeKey(const TNValueAbsExpr& key) {
+    const TNValueExpr* body = key.expr().get();
+    if (body == nullptr || typeid(*body) != typeid(TNAttrExpr))
+        return false;
+    const auto& attr = static_cast<const TNAttrExpr&>(*body);
+    const TNValueExpr* name = attr.name().get();
+    return name != nullptr && typeid(*name) == typeid(TNConstantExpr) &&
+           attr.object().get() == key.contextObject().get();
+}
+
+void sortRange(TNObjectSequence& seq, size_t first, size_t last, const SortKeys& keys, size_t k);
+
+// Walks the sorted range, sorting each run of equal key values by the remaining keys. `valueAt`
+// gives the key of an element (evaluating it, or reading a value computed before).
+template <class ValueAt>
+void sortRuns(TNObjectSequence& seq, size_t first, size_t last, const SortKeys& keys, size_t k,
+              ValueAt valueAt) {
+    TNValue runValue = valueAt(first);
+    size_t runStart = first;
+    for (size_t i = first + 1; i < last; ++i) {
+        TNValue value = valueAt(i);
+        if (!(value == runValue)) {
+            sortRange(seq, runStart, i, keys, k + 1);
+            runStart = i;
+            runValue = std::move(value);
+        }
+    }
+    sortRange(seq, runStart, last, keys, k + 1);
+}
+
+// The sort of an attribute key: each key evaluated once, in order. False (and nothing sorted)
+// when an evaluation raises, so that the caller's evaluation order decides what is raised.
+bool sortByAttributeKey(TNObjectSequence& seq, size_t first, size_t last, const SortKeys& keys,
+                        size_t k) {
+    const TNSortExpr::SortKey& key = keys[k];
+    const TNValueAbsExpr& abs = *key.key;
+    std::vector<TNValue> values;
+    values.reserve(last - first);
+    try {
+        for (size_t i = first; i < last; ++i)
+            values.push_back(abs(seq[i]));
+    } catch (...) {
+        return false;
+    }
+    struct Item {
+        const TNValue* value;
+        TNObject* object;
+    };
+    std::vector<Item> items(last - first);
+    for (size_t i = first; i < last; ++i)
+        items[i - first] = {&values[i - first], seq[i].get()};
+    mergeSort(items, 0, items.size(),
+              [&](const Item& a, const Item& b) { return ordered(key, *a.value, *b.value); });
+    for (size_t i = first; i < last; ++i)
+        seq[i] = items[i - first].object;
+    // The walk binds the variable to each element in turn, as evaluating the key would.
+    TNObjectVarExpr& variable = *abs.contextObject();
+    sortRuns(seq, first, last, keys, k, [&](size_t i) {
+        variable.object(seq[i]);
+        return *items[i - first].value;
+    });
+    return true;
+}
+
+void sortRange(TNObjectSequence& seq, size_t first, size_t last, const SortKeys& keys, size_t k) {
+    if (last - first < 2 || k >= keys.size())
+        return;
+    const TNSortExpr::SortKey& key = keys[k];
+    const TNValueAbsExpr& abs = *key.key;
+    if (isAttributeKey(abs) && sortByAttributeKey(seq, first, last, keys, k))
+        return;
+    mergeSort(seq, first, last,
+              [&](const SgxSimplePtr<TNObject>& a, const SgxSimplePtr<TNObject>& b) {
+                  const TNValue keyA = abs(a);
+                  const TNValue keyB = abs(b);
+                  return ordered(key, keyA, keyB);
+              });
+    sortRuns(seq, first, last, keys, k, [&](size_t i) { return abs(seq[i]); });
+}
+
+[[noreturn, gnu::cold]] void raiseExtraction(const char* text) { SgxException::raise(text); }
+
+} // namespace
+
+TNAllInstancesExpr::TNAllInstancesExpr(const SgxString& name, const TNObjectExprPtr& object)
+    : m_name(new TNConstantExpr(name)), m_object(object) {}
+
+TNObjectSequence TNAllInstancesExpr::operator()() const {
+    const SgxSimplePtr<TNObject> object = (*m_object)();
+    const TNSchema& schema = *object->getClass()->schema();
+    const SgxString name = (*m_name)().asString();
+    if (!schema.classExists(name))
+        return {};
+    return schema.getClass(name)->objects();
+}
+
+TNObjectSequence TNAssociationExpr::operator()() const {
+    const SgxSimplePtr<TNObject> start = (*m_object)();
+    TNObjectSequence result;
+    (*m_association).traverse(result, start);
+    return result;
+}
+
+TNObjectSequence TNFilterExpr::operator()() const {
+    TNObjectSequence elements = (*m_collection)();
+    size_t kept = 0;
+    for (size_t i = 0; i < elements.size(); ++i)
+        if ((*m_predicate)(elements[i]).asBoolean())
+            elements[kept++] = elements[i];
+    elements.resize(kept);
+    return elements;
+}
+
+TNObjectSequence TNTraverseExpr::operator()() const {
+    const TNObjectSequence elements = (*m_collection)();
+    TNObjectSequence result;
+    for (const SgxSimplePtr<TNObject>& element : elements) {
+        const TNObjectSequence part = (*m_path)(element);
+        result.insert(result.end(), part.begin(), part.end());
+    }
+    return result;
+}
+
+TNObjectSequence TNSortExpr::operator()() const {
+    TNObjectSequence elements = (*m_collection)();
+    sortRange(elements, 0, elements.size(), m_keys, 0);
+    return elements;
+}
+
+void TNSortExpr::prepareForDeletion() const {
+    for (const SortKey& key : m_keys)
+        key.key.takeOwnership();
+    m_collection.takeOwnership();
+}
+
+TNObjectSequence TNUniqueExpr::operator()() const {
+    TNObjectSequence elements = (*m_collection)();
+    if (m_isStable) {
+        std::unordered_set<const TNObject*> seen;
+        seen.reserve(elements.size());
+        size_t kept = 0;
+        for (size_t i = 0; i < elements.size(); ++i)
+            if (seen.insert(elements[i].get()).second)
+                elements[kept++] = elements[i];
+        elements.resize(kept);
+    } else {
+        std::sort(elements.begin(), elements.end(), std::less<>());
+        elements.erase(std::unique(elements.begin(), elements.end()), elements.end());
+    }
+    return elements;
+}
+
+TNObjectSequence TNReverseExpr::operator()() const {
+    TNObjectSequence elements = (*m_collection)();
+    std::reverse(elements.begin(), elements.end());
+    return elements;
+}
+
+SgxSimplePtr<TNObject> TNObjectExtractionExpr::operator()() const {
+    const TNObjectSequence elements = (*m_collection)();
+    if (m_choice == ExactlyOne) {
+        if (elements.size() != 1)
+            raiseExtraction("ObjectExtraction: association doesn't have exactly one object.");
+    } else if (elements.empty()) {
+        raiseExtraction("ObjectExtraction: association doesn't have one or more objects.");
+    }
+    return elements.front();
+}
+
+SgxSimplePtr<TNObject> TNModelExpr::operator()() const {
+    const SgxSimplePtr<TNObject> object = (*m_object)();
+    return object->getClass()->schema()->rootObject();
+}
+
+TNStringSequence TNMapExpr::operator()() const {
+    const TNObjectSequence elements = (*m_collection)();
+    TNStringSequence texts;
+    texts.reserve(elements.size());
+    for (const SgxSimplePtr<TNObject>& element : elements)
+        texts.push_back((*m_function)(element).asString());
+    return texts;
+}
+
+// Out of line: a caller that knows a node's exact type may call these directly, which an
+// inline definition, hidden inside the library, would not allow.
+void TNAllInstancesExpr::prepareForDeletion() const { tnClaimOperands(m_name, m_object); }
+void TNAssociationExpr::prepareForDeletion() const { tnClaimOperands(m_association, m_object); }
+void TNFilterExpr::prepareForDeletion() const { tnClaimOperands(m_predicate, m_collection); }
+void TNTraverseExpr::prepareForDeletion() const { tnClaimOperands(m_path, m_collection); }
+void TNUniqueExpr::prepareForDeletion() const { tnClaimOperands(m_collection); }
+void TNReverseExpr::prepareForDeletion() const { tnClaimOperands(m_collection); }
+void TNObjectExtractionExpr::prepareForDeletion() const { tnClaimOperands(m_collection); }
+void TNModelExpr::prepareForDeletion() const { tnClaimOperands(m_object); }
+void TNMapExpr::prepareForDeletion() const { tnClaimOperands(m_function, m_collection); }

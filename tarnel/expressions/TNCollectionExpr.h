@@ -1,0 +1,201 @@
+// TNCollectionExpr.h: the operators that produce and transform sequences of model objects (all
+// instances of a class, an association traversal, filter, flat-map, multi-key sort, duplicate
+// removal, reversal), the operators yielding one object (extraction, the model's root) and the
+// mapping of objects to texts.
+//
+// Every result is a new sequence returned by value; order is defined and duplicates are kept
+// unless a node removes them. Abstractions (predicates, paths, keys, functions) rebind their
+// variable for each element and leave it bound to the last element they saw. Operands are owned
+// as the framework describes (TNExpr.h); prepareForDeletion() claims them in field order. What
+// operands raise passes through, and the node's partial result is discarded.
+#pragma once
+
+#include "tarnel/expressions/TNExpr.h"
+#include "tarnel/navigation/TNAssociationTraversal.h"
+
+#include <cstdint>
+#include <vector>
+
+// ---------------------------------------------------------------------------------------------
+// Object collections.
+
+// Every instance of the class named by `name` (read with asString()), oldest first, in the
+// schema of the object that `object` yields; empty when the schema has no such class. A null
+// object raises SgxException "Null dereference".
+class TARNEL_API TNAllInstancesExpr : public TNObjectCollectionExpr {
+public:
+    TNAllInstancesExpr() = default;
+    TNAllInstancesExpr(const TNValueExprPtr& name, const TNObjectExprPtr& object)
+        : m_name(name), m_object(object) {}
+    // Makes a TNConstantExpr holding `name`; like every operand, it is owned once
+    // prepareForDeletion() has run (and leaked if it never does).
+    TNAllInstancesExpr(const SgxString& name, const TNObjectExprPtr& object);
+
+    TNObjectSequence operator()() const override;
+    void prepareForDeletion() const override;
+
+    TN_EXPR_FIELD(TNValueExprPtr, name);
+    TN_EXPR_FIELD(TNObjectExprPtr, object);
+};
+
+// What `association` gathers from the object that `object` yields (TNAssociationTraversal::
+// traverse): its order, repetitions and failures.
+class TARNEL_API TNAssociationExpr : public TNObjectCollectionExpr {
+public:
+    TNAssociationExpr() = default;
+    TNAssociationExpr(const SgxCyclicPtr<TNAssociationTraversal>& association,
+                      const TNObjectExprPtr& object)
+        : m_association(association), m_object(object) {}
+
+    TNObjectSequence operator()() const override;
+    void prepareForDeletion() const override;
+
+    TN_EXPR_FIELD(SgxCyclicPtr<TNAssociationTraversal>, association);
+    TN_EXPR_FIELD(TNObjectExprPtr, object);
+};
+
+// The elements of `collection` for which `predicate` yields a value whose asBoolean() is true,
+// in order, duplicates kept.
+class TARNEL_API TNFilterExpr : public TNObjectCollectionExpr {
+public:
+    TNFilterExpr() = default;
+    TNFilterExpr(const SgxCyclicPtr<TNValueAbsExpr>& predicate,
+                 const TNObjectCollectionExprPtr& collection)
+        : m_predicate(predicate), m_collection(collection) {}
+
+    TNObjectSequence operator()() const override;
+    void prepareForDeletion() const override;
+
+    TN_EXPR_FIELD(SgxCyclicPtr<TNValueAbsExpr>, predicate);
+    TN_EXPR_FIELD(TNObjectCollectionExprPtr, collection);
+};
+
+// The concatenation, in order, of what `path` yields for each element of `collection`.
+class TARNEL_API TNTraverseExpr : public TNObjectCollectionExpr {
+public:
+    TNTraverseExpr() = default;
+    TNTraverseExpr(const SgxCyclicPtr<TNObjectCollectionAbsExpr>& path,
+                   const TNObjectCollectionExprPtr& collection)
+        : m_path(path), m_collection(collection) {}
+
+    TNObjectSequence operator()() const override;
+    void prepareForDeletion() const override;
+
+    TN_EXPR_FIELD(SgxCyclicPtr<TNObjectCollectionAbsExpr>, path);
+    TN_EXPR_FIELD(TNObjectCollectionExprPtr, collection);
+};
+
+// `collection` sorted by a list of keys, the first the primary one. The whole sequence is sorted
+// by the first key (a before b when key(a) < key(b), or key(b) < key(a) descending, by
+// TNValue::operator<); then each run of elements whose first keys are equal (TNValue::operator==,
+// each element's key compared with the run's first) is sorted the same way by the remaining keys.
+// Elements equal on every key come in no promised order (today: their input order). Fewer than
+// two elements, or no keys, leave the sequence as it is and evaluate no key. The sort is a merge
+// sort that stays within the sequence whatever the keys yield: TNVNone keys (less than
+// themselves), NaN and keys that change between evaluations make the comparison inconsistent,
+// which the standard library's sorts may not survive.
+//
+// Evaluations: each comparison evaluates the key on a, then on b, and the run walk once more per
+// element; a key whose body is an attribute of its own variable named by a constant (TNAttrExpr)
+// has no effect but its value, so it is evaluated once per element instead, with the same result
+// and the variable left bound to the same element.
+class TARNEL_API TNSortExpr : public TNObjectCollectionExpr {
+public:
+    struct SortKey {
+        SgxCyclicPtr<TNValueAbsExpr> key; // maps an object to its sort value
+        bool ascending = true;            // smaller values first
+    };
+
+    TNSortExpr() = default;
+
+    TNObjectSequence operator()() const override;
+    void prepareForDeletion() const override;
+
+    // Appends a key after those already given.
+    void key(const SgxCyclicPtr<TNValueAbsExpr>& key, bool ascending) {
+        m_keys.push_back({key, ascending});
+    }
+
+    TN_EXPR_FIELD(std::vector<SortKey>, keys);
+    TN_EXPR_FIELD(TNObjectCollectionExprPtr, collection);
+};
+
+// `collection` with each object once. Stable: first occurrences in their order. Not stable: in
+// the order of object identity (addresses). Objects with equal attribute values are distinct.
+class TARNEL_API TNUniqueExpr : public TNObjectCollectionExpr {
+public:
+    TNUniqueExpr() = default;
+    TNUniqueExpr(const TNObjectCollectionExprPtr& collection, bool isStable)
+        : m_isStable(isStable), m_collection(collection) {}
+
+    TNObjectSequence operator()() const override;
+    void prepareForDeletion() const override;
+
+    TN_EXPR_FIELD(bool, isStable);
+    TN_EXPR_FIELD(TNObjectCollectionExprPtr, collection);
+};
+
+// `collection` in reverse order.
+class TARNEL_API TNReverseExpr : public TNObjectCollectionExpr {
+public:
+    TNReverseExpr() = default;
+    explicit TNReverseExpr(const TNObjectCollectionExprPtr& collection)
+        : m_collection(collection) {}
+
+    TNObjectSequence operator()() const override;
+    void prepareForDeletion() const override;
+
+    TN_EXPR_FIELD(TNObjectCollectionExprPtr, collection);
+};
+
+// ---------------------------------------------------------------------------------------------
+// Single objects and texts.
+
+// The single object of `collection` (ExactlyOne), or its first (First, and every value but 0).
+// Raises SgxException "ObjectExtraction: association doesn't have exactly one object." or
+// "ObjectExtraction: association doesn't have one or more objects." (logged under "Throw").
+class TARNEL_API TNObjectExtractionExpr : public TNObjectExpr {
+public:
+    enum Choice : int32_t {
+        ExactlyOne = 0, // the collection must hold exactly one object
+        First = 1       // the collection must not be empty; the rest is ignored
+    };
+
+    TNObjectExtractionExpr() = default;
+    explicit TNObjectExtractionExpr(const TNObjectCollectionExprPtr& collection)
+        : m_collection(collection) {}
+
+    SgxSimplePtr<TNObject> operator()() const override;
+    void prepareForDeletion() const override;
+
+    TN_EXPR_FIELD(Choice, choice);
+    TN_EXPR_FIELD(TNObjectCollectionExprPtr, collection);
+};
+
+// The root object of the schema of the object that `object` yields (null when none is set). A
+// null object raises SgxException "Null dereference".
+class TARNEL_API TNModelExpr : public TNObjectExpr {
+public:
+    TNModelExpr() = default;
+    explicit TNModelExpr(const TNObjectExprPtr& object) : m_object(object) {}
+
+    SgxSimplePtr<TNObject> operator()() const override;
+    void prepareForDeletion() const override;
+
+    TN_EXPR_FIELD(TNObjectExprPtr, object);
+};
+
+// One text per element of `collection`, in order: asString() of what `function` yields for it.
+class TARNEL_API TNMapExpr : public TNStringCollectionExpr {
+public:
+    TNMapExpr() = default;
+    TNMapExpr(const SgxCyclicPtr<TNValueAbsExpr>& function,
+              const TNObjectCollectionExprPtr& collection)
+        : m_function(function), m_collection(collection) {}
+
+    TNStringSequence operator()() const override;
+    void prepareForDeletion() const override;
+
+    TN_EXPR_FIELD(SgxCyclicPtr<TNValueAbsExpr>, function);
+    TN_EXPR_FIELD(TNObjectCollectionExprPtr, collection);
+};

@@ -1,0 +1,62 @@
+#include "tarnel/expressions/TNQuantifierExpr.h"
+
+#include <algorithm>
+#include <functional>
+
+TNValue TNQuantifierExpr::quantify(bool whileResult) const {
+    const TNObjectSequence elements = (*m_collection)();
+    bool result = whileResult;
+    for (size_t i = 0; i < elements.size() && result == whileResult; ++i) {
+        m_boundVariable->object(elements[i]);
+        result = (*m_condition)().asBoolean();
+    }
+    return TNValue(result);
+}
+
+TNValue TNObjectSetExpr::operator()() const {
+    TNObjectSequence left = (*m_lhs)();
+    TNObjectSequence right = (*m_rhs)();
+    switch (m_op) {
+    case TNSetEqual:
+    case TNSetNotEqual:
+        if (left.size() != right.size())
+            return TNValue(m_op == TNSetNotEqual);
+        break;
+    case TNProperSubset:
+        if (left.size() >= right.size())
+            return TNValue(false);
+        break;
+    case TNSubset:
+        if (left.size() > right.size())
+            return TNValue(false);
+        break;
+    default:
+        return TNValue(false);
+    }
+    // Inclusion of sorted ranges counts multiplicity: each entry of lhs needs its own in rhs.
+    std::sort(left.begin(), left.end(), std::less<>());
+    std::sort(right.begin(), right.end(), std::less<>());
+    const bool included =
+        std::includes(right.begin(), right.end(), left.begin(), left.end(), std::less<>());
+    return TNValue(m_op == TNSetNotEqual ? !included : included);
+}
+
+TNValue TNObjectEqualityExpr::operator()() const {
+    const SgxSimplePtr<TNObject> left = (*m_lhs)();
+    const SgxSimplePtr<TNObject> right = (*m_rhs)();
+    switch (m_op) {
+    case TNEqual:
+        return TNValue(left == right);
+    case TNNotEqual:
+        return TNValue(!(left == right));
+    }
+    return TNValue(false);
+}
+
+// Out of line: a caller that knows a node's exact type may call these directly, which an
+// inline definition, hidden inside the library, would not allow.
+void TNQuantifierExpr::prepareForDeletion() const {
+    tnClaimOperands(m_collection, m_condition, m_boundVariable);
+}
+void TNObjectSetExpr::prepareForDeletion() const { tnClaimOperands(m_lhs, m_rhs); }
+void TNObjectEqualityExpr::prepareForDeletion() const { tnClaimOperands(m_lhs, m_rhs); }

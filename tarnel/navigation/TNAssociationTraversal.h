@@ -1,0 +1,129 @@
+// TNAssociationTraversal: one node of a traversal tree. From a source object it follows one
+// association (or stays on the source), keeps the objects a condition accepts, appends them to
+// the result when told to, applies its child to each kept object and its sibling to the same
+// source. Compound associations answer objects() by running such a tree; TNAssociationExpr runs
+// one inside an expression.
+//
+// Ownership: a child may point back to an ancestor, so trees are graphs linked by SgxCyclicPtrs
+// that own nothing until prepareForDeletion() settles ownership (see SgxCyclicPtr.h). The holder
+// of the root claims it with takeOwnership() and deletes the graph by destroying its pointer; the
+// condition is shared through a counted handle and its own nodes are claimed the same way.
+// Objects reached are borrowed from the model.
+//
+// Nodes are built once and then only read; traverse() keeps no state between calls except a
+// per-node cache of where each class keeps the association (written during const traversals, so
+// one tree is used by one thread at a time).
+#pragma once
+
+#include "sgx/general/SgxCountedPtr.h"
+#include "sgx/general/SgxCyclicPtr.h"
+#include "sgx/general/SgxSimplePtr.h"
+#include "sgx/general/SgxString.h"
+#include "sgx/persistence/SgxCollectable.h"
+#include "tarnel/core/TNCollectable.h"
+#include "tarnel/expressions/TNExpr.h"
+#include "tarnel/tarnel_export.h"
+
+#include <cstddef>
+#include <vector>
+
+class TNAssociation;
+class TNClass;
+class TNObject;
+
+class TARNEL_API TNAssociationTraversal : public SgxCollectable, public SgxCyclicPtrBody {
+    TN_DECLARE_COLLECTABLE(TNAssociationTraversal)
+public:
+    // Limits of recursion. The model has no such bound, but a cyclic tree over a cyclic model (an
+    // object linked to itself) would recurse until the stack overflows. So traverse() raises
+    // SgxException "TNAssociationTraversal: more than 10000 nested traversal steps or 4 MiB of
+    // stack (a cycle in the model?)" when calls nest deeper than maxDepth on one thread (children,
+    // siblings and the traversals of compound associations met on the way each nest one more), or
+    // when they use more than maxStackBytes of stack below the outermost one (frames are larger
+    // through compound associations and under sanitizers). Real models nest a few dozen deep; a
+    // thread running traversals needs more than 4 MiB of stack (the Linux default is 8 MiB).
+    static constexpr size_t maxDepth = 10000;
+    static constexpr size_t maxStackBytes = size_t(4) << 20;
+
+    // Stays on the source, adds nothing, breadth form, no condition, child or sibling.
+    TNAssociationTraversal() = default;
+    // Follows the association reached through role `associationToTraverse` (empty: the source
+    // itself); `addToResult` says whether the objects gathered here join the result.
+    TNAssociationTraversal(const SgxString& associationToTraverse, bool addToResult)
+        : m_associationToTraverse(associationToTraverse), m_addToResult(addToResult) {}
+    // Deletes nothing but what prepareForDeletion() made this node own.
+    ~TNAssociationTraversal() override;
+
+    // Appends to `result` (never clearing it) the objects this node and its descendants gather
+    // from `source`, in the order of reaching, repetitions kept:
+    // - gathered: the objects linked to `source` along the association (none when its class has
+    //   no such association: a step that does not apply yields nothing), or `source` itself for
+    //   an empty name; then only those for which the condition's asBoolean() is true;
+    // - breadth form: all gathered objects (when adding), then the child applied to each;
+    // - depth-first form: each gathered object (when adding) directly followed by what the child
+    //   adds from it;
+    // - then the sibling applied to `source`.
+    // Raises SgxException when calls nest deeper than maxDepth; what the condition or the model
+    // raises passes through. `result` keeps what was appended before a raise.
+    void traverse(std::vector<SgxSimplePtr<TNObject>>& result, SgxSimplePtr<TNObject> source) const;
+
+    // Claims the condition's nodes, then the child and the sibling, so that deleting this node
+    // deletes the whole graph below it once.
+    void prepareForDeletion() const override;
+
+    void setAssociationToTraverse(const SgxString& associationToTraverse);
+    void setAddToResult(bool addToResult) { m_addToResult = addToResult; }
+    void setDepthFirstEvaluation(bool depthFirst) { m_depthFirstEvaluation = depthFirst; }
+    void setCondition(SgxCountedPtr<TNValueAbsExpr> condition) { m_condition = condition; }
+    void setChild(SgxCyclicPtr<TNAssociationTraversal> child) { m_child = child; }
+    void setSibling(SgxCyclicPtr<TNAssociationTraversal> sibling) { m_sibling = sibling; }
+
+    SgxString associationToTraverse() const { return m_associationToTraverse; }
+    bool addToResult() const { return m_addToResult; }
+    bool depthFirstEvaluation() const { return m_depthFirstEvaluation; }
+    SgxCountedPtr<TNValueAbsExpr> condition() const { return m_condition; }
+    // Non-owning copies of the links.
+    SgxCyclicPtr<TNAssociationTraversal> child() const { return m_child; }
+    SgxCyclicPtr<TNAssociationTraversal> sibling() const { return m_sibling; }
+
+    // Nodes are useless as keys: compareTo is always 0, isEqual always false, hash always 0.
+    int compareTo(const RWCollectable* other) const override;
+    bool isEqual(const RWCollectable* other) const override;
+    unsigned hash() const override;
+    // All ones: no size is computed for a graph that may be cyclic.
+    RWspace binaryStoreSize() const override;
+
+    // Persisted record: the collectable base, the association name, add-to-result as one char
+    // (1 or 0), then the child and the sibling as collectable references (shared nodes and back
+    // references survive). The condition and the depth-first flag are not persisted. Restoring
+    // raises SgxException when a link is not a TNAssociationTraversal; the nodes read are owned
+    // by whoever reads the root (a compound association adopts its whole graph).
+    using SgxCollectable::restoreGuts;
+    using SgxCollectable::saveGuts;
+    void saveGuts(RWvostream& stream) const override;
+    void restoreGuts(RWvistream& stream) override;
+
+private:
+    // Nodes are not copied: a copy would share the links without being part of the graph.
+    TNAssociationTraversal(const TNAssociationTraversal&);
+
+    // Appends to `out` the objects this node gathers from `source` (see traverse).
+    void gatherObjectsToTraverse(std::vector<SgxSimplePtr<TNObject>>& out,
+                                 const SgxSimplePtr<TNObject>& source) const;
+    // The association of `cls` reached through the name, or null; remembered for the last class.
+    const TNAssociation* associationOf(const TNClass& cls) const;
+
+    SgxString m_associationToTraverse;
+    bool m_addToResult = false;
+    bool m_depthFirstEvaluation = false;
+    SgxCountedPtr<TNValueAbsExpr> m_condition;
+    SgxCyclicPtr<TNAssociationTraversal> m_child;
+    SgxCyclicPtr<TNAssociationTraversal> m_sibling;
+
+    // Where the last class seen keeps the association: saves the two name lookups per object
+    // that asking the class (associationExists, then objects by name) would cost. Classes and
+    // their associations live as long as the schema, and an association's position never moves,
+    // so the entry stays true for as long as objects of that class can be traversed.
+    mutable const TNClass* m_cachedClass = nullptr;
+    mutable const TNAssociation* m_cachedAssociation = nullptr;
+};

@@ -1,0 +1,173 @@
+#include "tarnel/expressions/TNCollectionExpr.h"
+
+#include "tarnel/expressions/ExprTestNodes.h"
+#include "tarnel/navigation/NavigationTestModel.h"
+
+#include <algorithm>
+
+namespace {
+
+using Objects = TNObjectSequence;
+
+// a, b, c, d with sizes 2, 1, 2, 1 and a -next-> b, c.
+struct Four : NodeModel {
+    Four() {
+        for (auto [n, size] : {std::pair{"a", 2}, {"b", 1}, {"c", 2}, {"d", 1}})
+            o.push_back(make(n, size));
+        link(o[0], {o[1], o[2]});
+    }
+    Objects seq(std::initializer_list<int> indexes) const {
+        Objects result;
+        for (int i : indexes)
+            result.push_back(o[static_cast<size_t>(i)]);
+        return result;
+    }
+    std::vector<TNObject*> o;
+};
+
+} // namespace
+
+TEST(TNAllInstancesExpr, ClassInstancesOldestFirstAndUnknownNameEmpty) {
+    Four m;
+    m.make("leaf", 0, true);
+    TNAllInstancesExpr all("Node", new TNObjectVarExpr(m.o[3]));
+    EXPECT_EQ(names(all()), "a b c d");
+    static_cast<TNConstantExpr&>(*all.name()).value(TNValue("Nope"));
+    EXPECT_TRUE(all().empty());
+    static_cast<TNObjectVarExpr&>(*all.object()).object(nullptr);
+    EXPECT_EQ(raised([&] { all(); }), "Null dereference");
+    deleteOperandsOf(all);
+    release(new TNAllInstancesExpr("Node", nullptr)); // the constant it made is freed
+}
+
+TEST(TNCollectionExpr, FilterTraverseReverseMapKeepOrderAndDuplicates) {
+    ProbeScope scope;
+    Four m;
+    auto input = [&] { return new ObjectsProbe("input", {m.seq({0, 1, 0, 2})}); };
+    // Keeps size 2: the predicate yields size - 1, and a non-boolean 1 reads true.
+    SgxCyclicPtr<TNObjectVarExpr> x = new TNObjectVarExpr;
+    TNFilterExpr filter(new TNValueAbsExpr(x, new TNArithmeticExpr(new TNAttrExpr("size", x),
+                                                                   TNArithmeticExpr::TNMinus,
+                                                                   new TNConstantExpr(1))),
+                        input());
+    EXPECT_EQ(names(filter()), "a a c");
+    // a's path yields b, c; the others' nothing.
+    SgxCyclicPtr<TNObjectVarExpr> y = new TNObjectVarExpr;
+    TNTraverseExpr traverse(
+        new TNObjectCollectionAbsExpr(
+            y, new TNAssociationExpr(new TNAssociationTraversal("next", true), y)),
+        input());
+    EXPECT_EQ(names(traverse()), "b c b c");
+    TNReverseExpr reverse(input());
+    EXPECT_EQ(names(reverse()), "c a b a");
+    TNMapExpr map(attributeOf("size"), input());
+    EXPECT_EQ(map(), (TNStringSequence{"2", "1", "2", "2"}));
+    TNReverseExpr emptyReverse(new ObjectsProbe("empty", {Objects{}}));
+    TNMapExpr emptyMap(attributeOf("size"), new ObjectsProbe("empty", {Objects{}}));
+    EXPECT_TRUE(emptyReverse().empty());
+    EXPECT_TRUE(emptyMap().empty());
+    deleteOperandsOf(filter), deleteOperandsOf(traverse), deleteOperandsOf(reverse);
+    deleteOperandsOf(map), deleteOperandsOf(emptyReverse), deleteOperandsOf(emptyMap);
+}
+
+TEST(TNSortExpr, TwoKeysGroupByTheFirstAndOrderByTheSecond) {
+    Four m;
+    m.o.push_back(m.make("a", 5));
+    m.o.push_back(m.make("b", 7));
+    const Objects input = m.seq({0, 1, 2, 3, 4, 5}); // a2 b1 c2 d1 a5 b7
+    auto sorted = [&](TNValueAbsExpr* first, bool ascending, TNValueAbsExpr* second) {
+        auto* sort = new TNSortExpr;
+        sort->collection(new ObjectsProbe("input", {input}));
+        sort->key(first, ascending);
+        if (second)
+            sort->key(second, false);
+        std::string text;
+        for (const auto& o : (*sort)())
+            text += (text.empty() ? "" : " ") + (*o)["name"].asString() + (*o)["size"].asString();
+        // Where the walk left the first key's variable (the last element before the runs were
+        // sorted by the second key).
+        text += " @" + (*sort->keys()[0].key->contextObject()->object())["name"].asString();
+        release(sort);
+        return text;
+    };
+    EXPECT_EQ(sorted(attributeOf("name"), true, attributeOf("size")), "a5 a2 b7 b1 c2 d1 @d");
+    EXPECT_EQ(sorted(attributeOf("size"), false, attributeOf("name")), "b7 a5 c2 a2 d1 b1 @d");
+    // A key the sort cannot see through (a conversion of the name) is evaluated per comparison;
+    // the order and the variable's last binding are the same.
+    SgxCyclicPtr<TNObjectVarExpr> x = new TNObjectVarExpr;
+    auto* opaque = new TNValueAbsExpr(
+        x, new TNConversionExpr(new TNAttrExpr("name", x), TNVString, TNVString));
+    EXPECT_EQ(sorted(opaque, true, attributeOf("size")), "a5 a2 b7 b1 c2 d1 @d");
+    // Keys that compare inconsistently (TNVNone is less than itself) still give a permutation.
+    SgxCyclicPtr<TNObjectVarExpr> z = new TNObjectVarExpr;
+    const std::string none = sorted(new TNValueAbsExpr(z, new TNConstantExpr), true, nullptr);
+    EXPECT_EQ(std::count(none.begin(), none.end(), ' '), 6);
+}
+
+TEST(TNSortExpr, FewerThanTwoElementsOrNoKeysEvaluateNothing) {
+    ProbeScope scope;
+    Four m;
+    auto* input = new ObjectsProbe("input", {m.seq({0})});
+    SgxCyclicPtr<TNObjectVarExpr> x = new TNObjectVarExpr;
+    TNSortExpr sort;
+    sort.collection(input);
+    EXPECT_EQ(names(sort()), "a"); // no keys
+    sort.key(new TNValueAbsExpr(x, new ValueProbe("key")), true);
+    EXPECT_EQ(names(sort()), "a");
+    input->script({Objects{}});
+    EXPECT_TRUE(sort().empty());
+    EXPECT_EQ(times(evaluated, "key"), 0);
+    input->script({m.seq({1, 0})});
+    EXPECT_EQ(sort().size(), 2u);
+    EXPECT_EQ(times(evaluated, "key"), 4); // one comparison (two keys), then the walk
+    deleteOperandsOf(sort);
+}
+
+TEST(TNUniqueExpr, StableKeepsFirstOccurrencesUnstableGivesIdentityOrder) {
+    ProbeScope scope;
+    Four m;
+    auto* input = new ObjectsProbe("input", {m.seq({1, 0, 1, 2, 0})});
+    TNUniqueExpr stable(input, true);
+    EXPECT_EQ(names(stable()), "b a c");
+    TNUniqueExpr unstable(input, false);
+    Objects expected = m.seq({0, 1, 2});
+    std::sort(expected.begin(), expected.end(), std::less<>());
+    EXPECT_EQ(unstable(), expected);
+    deleteOperandsOf(stable);
+}
+
+TEST(TNObjectExtractionExpr, CardinalityFailuresAndChoices) {
+    ProbeScope scope;
+    Four m;
+    const std::string exactlyOne = "ObjectExtraction: association doesn't have exactly one object.";
+    const std::string oneOrMore = "ObjectExtraction: association doesn't have one or more objects.";
+    const struct {
+        int32_t choice;
+        Objects input;
+        std::string expected;
+    } cases[] = {
+        {0, {}, exactlyOne}, {0, m.seq({0, 1}), exactlyOne}, {0, m.seq({1}), "b"},
+        {1, {}, oneOrMore},  {1, m.seq({0, 1}), "a"},        {7, m.seq({2, 1}), "c"},
+    };
+    for (const auto& c : cases) {
+        TNObjectExtractionExpr extract(new ObjectsProbe("input", {c.input}));
+        extract.choice(static_cast<TNObjectExtractionExpr::Choice>(c.choice));
+        const std::string got = raised([&] {
+            if (const auto o = extract())
+                throw SgxException((*o)["name"].asString());
+        });
+        EXPECT_EQ(got, c.expected) << "choice " << c.choice << ", " << c.input.size() << " objects";
+        deleteOperandsOf(extract);
+    }
+}
+
+TEST(TNModelExpr, TheSchemaRootObject) {
+    Four m;
+    TNModelExpr model(new TNObjectVarExpr(m.o[2]));
+    EXPECT_EQ(model().get(), nullptr);
+    m.schema.setRoot(m.o[1]);
+    EXPECT_EQ(model().get(), m.o[1]);
+    static_cast<TNObjectVarExpr&>(*model.object()).object(nullptr);
+    EXPECT_EQ(raised([&] { model(); }), "Null dereference");
+    deleteOperandsOf(model);
+}
