@@ -152,6 +152,11 @@ TNObjectSequence TNAssociationExpr::operator()() const {
     return result;
 }
 
+size_t TNAssociationExpr::count() const {
+    const SgxSimplePtr<TNObject> start = (*m_object)();
+    return (*m_association).count(start);
+}
+
 TNObjectSequence TNFilterExpr::operator()() const {
     TNObjectSequence elements = (*m_collection)();
     size_t kept = 0;

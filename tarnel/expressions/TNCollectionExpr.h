@@ -48,6 +48,8 @@ public:
         : m_association(association), m_object(object) {}
 
     TNObjectSequence operator()() const override;
+    // Counts through TNAssociationTraversal::count, gathering no more than the walk needs.
+    size_t count() const override;
     void prepareForDeletion() const override;
 
     TN_EXPR_FIELD(SgxCyclicPtr<TNAssociationTraversal>, association);

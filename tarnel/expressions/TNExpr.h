@@ -69,6 +69,9 @@ public:
     TNObjectCollectionExpr& operator=(const TNObjectCollectionExpr&) = default;
     ~TNObjectCollectionExpr() override = 0;
     virtual TNObjectSequence operator()() const = 0;
+    // operator()().size(), with the same evaluations and failures. Nodes that can count without
+    // building the sequence override it, so that counting (TNCountExpr) stays cheap.
+    virtual size_t count() const { return (*this)().size(); }
 };
 
 // Nodes yielding a sequence of texts.

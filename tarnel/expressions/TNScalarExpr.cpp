@@ -147,7 +147,7 @@ TNValue TNConversionExpr::operator()() const {
 }
 
 TNValue TNCountExpr::operator()() const {
-    return TNValue(static_cast<int32_t>((*m_collection)().size()));
+    return TNValue(static_cast<int32_t>((*m_collection).count()));
 }
 
 TNAttrExpr::TNAttrExpr(const SgxString& name, const TNObjectExprPtr& object)

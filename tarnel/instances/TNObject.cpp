@@ -259,6 +259,17 @@ std::vector<SgxSimplePtr<TNObject>> TNObject::objects(const TNAssociation& assoc
     return linkedObjects(linkSlot(assoc));
 }
 
+size_t TNObject::linkCount(const TNAssociation& assoc) const {
+    if (!assoc.isSimple())
+        return assoc.count(SgxSimplePtr<TNObject>(const_cast<TNObject*>(this)));
+    const uintptr_t word = m_associations[linkSlot(assoc)];
+    if (word == 0)
+        return 0;
+    if ((word & singleTag) != 0)
+        return 1;
+    return (word & listTag) != 0 ? listLength(listHead(word)) : arrayCount(word);
+}
+
 std::vector<SgxSimplePtr<TNObject>> TNObject::objects(std::string_view name) const {
     return objects(*m_class->getAssociation(name));
 }

@@ -103,6 +103,8 @@ public:
     // them). Raise (Access, Association, NameNotFound) for an association this class lacks.
     std::vector<SgxSimplePtr<TNObject>> objects(const TNAssociation& assoc) const;
     std::vector<SgxSimplePtr<TNObject>> objects(std::string_view name) const;
+    // objects(assoc).size() without building the list; raises what objects(assoc) raises.
+    size_t linkCount(const TNAssociation& assoc) const;
     // The single linked object, or null when there is none. Raises TNException (Access,
     // Association, Invalid) with the role name and the class name when there are several, and
     // what objects() raises.

@@ -194,6 +194,10 @@ SgxSimplePtr<TNObject> TNSimpleAssociation::object(const SgxSimplePtr<TNObject>&
     return source->object(*this);
 }
 
+size_t TNSimpleAssociation::count(const SgxSimplePtr<TNObject>& source) const {
+    return source->linkCount(*this);
+}
+
 bool TNSimpleAssociation::isEqual(const RWCollectable* other) const { return other == this; }
 
 int TNSimpleAssociation::compareTo(const RWCollectable* other) const {
@@ -245,6 +249,13 @@ TNCompoundAssociation::objects(const SgxSimplePtr<TNObject>& source) const {
     std::vector<SgxSimplePtr<TNObject>> result;
     root->traverse(result, source);
     return result;
+}
+
+size_t TNCompoundAssociation::count(const SgxSimplePtr<TNObject>& source) const {
+    const TNAssociationTraversal* root = m_data->traversal().get();
+    if (root == nullptr)
+        SgxException::raise("Null dereference");
+    return root->count(source);
 }
 
 SgxSimplePtr<TNObject> TNCompoundAssociation::object(const SgxSimplePtr<TNObject>& source) const {

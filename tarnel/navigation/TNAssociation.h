@@ -59,6 +59,11 @@ public:
     virtual std::vector<SgxSimplePtr<TNObject>>
     objects(const SgxSimplePtr<TNObject>& source) const = 0;
     virtual SgxSimplePtr<TNObject> object(const SgxSimplePtr<TNObject>& source) const = 0;
+    // objects(source).size(), raising what objects() raises; the kinds count without building
+    // the list where they can (reports that only count stay off the per-object allocations).
+    virtual size_t count(const SgxSimplePtr<TNObject>& source) const {
+        return objects(source).size();
+    }
     // A new copy of the same kind, owned by the caller.
     virtual TNAssociation* clone() const = 0;
 
@@ -182,6 +187,7 @@ public:
     std::vector<SgxSimplePtr<TNObject>>
     objects(const SgxSimplePtr<TNObject>& source) const override;
     SgxSimplePtr<TNObject> object(const SgxSimplePtr<TNObject>& source) const override;
+    size_t count(const SgxSimplePtr<TNObject>& source) const override;
     TNAssociation* clone() const override { return new TNSimpleAssociation(*this); }
 
     // Identity by address: isEqual only for this very association; compareTo gives -1 for null,
@@ -257,6 +263,7 @@ public:
     // ManyObjectsInChain or NoObjectsInChain), its association name "TNCompoundAssociation { "
     // + the source + " }", when there are several (repetitions count) or none.
     SgxSimplePtr<TNObject> object(const SgxSimplePtr<TNObject>& source) const override;
+    size_t count(const SgxSimplePtr<TNObject>& source) const override;
     TNAssociation* clone() const override { return new TNCompoundAssociation(*this); }
 
     // Identity by source text: isEqual for a compound association with an equal source (false

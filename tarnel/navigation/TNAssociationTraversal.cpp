@@ -102,6 +102,30 @@ void TNAssociationTraversal::traverse(std::vector<SgxSimplePtr<TNObject>>& resul
         sibling->traverse(result, source);
 }
 
+size_t TNAssociationTraversal::count(const SgxSimplePtr<TNObject>& source) const {
+    const NestingGuard nesting;
+    size_t total = 0;
+    const TNAssociationTraversal* child = m_child.get();
+    if (child == nullptr && m_condition.isNull() && !m_associationToTraverse.empty()) {
+        const TNObject& object = *source;
+        if (const TNAssociation* assoc = associationOf(*object.getClass())) {
+            const size_t linked = object.linkCount(*assoc);
+            total = m_addToResult ? linked : 0;
+        }
+    } else {
+        std::vector<SgxSimplePtr<TNObject>> gathered;
+        gatherObjectsToTraverse(gathered, source);
+        if (m_addToResult)
+            total = gathered.size();
+        if (child != nullptr)
+            for (const SgxSimplePtr<TNObject>& object : gathered)
+                total += child->count(object);
+    }
+    if (const TNAssociationTraversal* sibling = m_sibling.get())
+        total += sibling->count(source);
+    return total;
+}
+
 const TNAssociation* TNAssociationTraversal::associationOf(const TNClass& cls) const {
     if (&cls != m_cachedClass) {
         const int32_t index = cls.findAssocIndex(m_associationToTraverse);

@@ -66,6 +66,10 @@ public:
     // Raises SgxException when calls nest deeper than maxDepth; what the condition or the model
     // raises passes through. `result` keeps what was appended before a raise.
     void traverse(std::vector<SgxSimplePtr<TNObject>>& result, SgxSimplePtr<TNObject> source) const;
+    // The number of objects traverse() would append for `source`, with the same condition
+    // evaluations, limits and exceptions; a last step without a condition counts links instead
+    // of gathering them.
+    size_t count(const SgxSimplePtr<TNObject>& source) const;
 
     // Claims the condition's nodes, then the child and the sibling, so that deleting this node
     // deletes the whole graph below it once.
