@@ -52,7 +52,7 @@ SgxString names(const Objects& objects) {
 
 } // namespace
 
-TEST(TNObject, SlotsFollowTheClass) {
+TEST(TNObject, SlotsFollowTheClassAndUnknownAttributesRaise) {
     Model m;
     const auto bare = m.schema.newClass("Bare")->newObject(false);
     EXPECT_TRUE(bare->attributes().empty());
@@ -69,11 +69,8 @@ TEST(TNObject, SlotsFollowTheClass) {
     TNObject copy = *p; // shallow
     EXPECT_EQ(&copy["name"], slots[0].get());
     EXPECT_FALSE(copy == *p);
-}
 
-TEST(TNObject, UnknownAttributesRaiseWithTheClassName) {
-    Model m;
-    const auto p = m.make(m.package, "p");
+    // Unknown attributes raise with the class name.
     const TNObject& constP = *p;
     const auto q = m.schema.newClass("Q");
     q->addAttr("size", TNAttrInteger, "", "");

@@ -7,10 +7,13 @@
 #include "tarnel/metamodel/TNAttrDesc.h"
 #include "tarnel/metamodel/TNClass.h"
 #include "tarnel/metamodel/TNEnumType.h"
+#include "tarnel/metamodel/TNMetamodelVersion.h"
 #include "tarnel/navigation/TNClassIdentifier.h"
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <initializer_list>
 #include <iostream>
 #include <memory>
 #include <sstream>
@@ -28,7 +31,7 @@ std::vector<SgxString> classNames(const TNSchema& schema) {
 
 } // namespace
 
-TEST(TNSchema, ClassesKeepCreationOrderAndNamesAreUnique) {
+TEST(TNSchema, ClassesAndEnumTypesKeepCreationOrderAndUniqueCaseSensitiveNames) {
     TNSchema schema;
     EXPECT_EQ(schema.version(), "1.8");
     EXPECT_FALSE(schema.isFullyPopulated());
@@ -36,51 +39,46 @@ TEST(TNSchema, ClassesKeepCreationOrderAndNamesAreUnique) {
     schema.newClass("A");
     schema.newClass("C");
     EXPECT_EQ(classNames(schema), (std::vector<SgxString>{"B", "A", "C"}));
-
-    const auto e = raisedTN([&] { schema.newClass("B"); });
-    ASSERT_TRUE(hasTriple(e, TNException::Create, TNException::Class, TNException::DuplicateName));
-    EXPECT_EQ(e->reasonText(), "Unable to create class: The requested name duplicates an existing "
-                               "name.\nClass name: B");
-    EXPECT_EQ(schema.classCount(), 3u);
-    EXPECT_EQ(schema.getClass("B"), b);
-    EXPECT_EQ(b->schema().get(), &schema);
-}
-
-TEST(TNSchema, LookupsAreCaseSensitive) {
-    TNSchema schema;
-    schema.newClass("Part");
-    schema.newEnumType("Color");
-
-    EXPECT_TRUE(schema.classExists("Part"));
-    EXPECT_FALSE(schema.classExists("part"));
-    EXPECT_FALSE(schema.enumExists("color"));
-
-    const auto missingClass = raisedTN([&] { schema.getClass("part"); });
-    ASSERT_TRUE(hasTriple(missingClass, TNException::Access, TNException::Class,
-                          TNException::NameNotFound));
-    EXPECT_EQ(missingClass->reasonText(),
-              "Unable to access class: The requested name does not exist.\nClass name: part");
-
-    const auto missingType = raisedTN([&] { schema.getEnumType("color"); });
-    ASSERT_TRUE(hasTriple(missingType, TNException::Access, TNException::EnumType,
-                          TNException::NameNotFound));
-    EXPECT_EQ(missingType->enumTypeName(), "color");
-}
-
-TEST(TNSchema, EnumTypesKeepCreationOrderAndNamesAreUnique) {
-    TNSchema schema;
     const auto size = schema.newEnumType("Size");
     schema.newEnumType("Color");
     ASSERT_EQ(schema.enumCount(), 2u);
     EXPECT_EQ(schema.enums()[0]->name(), "Size");
     EXPECT_EQ(schema.enums()[1]->name(), "Color");
+    EXPECT_FALSE(schema.classExists("b"));
+    EXPECT_FALSE(schema.enumExists("color"));
 
-    const auto e = raisedTN([&] { schema.newEnumType("Size"); });
-    ASSERT_TRUE(
-        hasTriple(e, TNException::Create, TNException::EnumType, TNException::DuplicateName));
-    EXPECT_EQ(e->enumTypeName(), "Size");
+    using E = TNException;
+    const struct {
+        std::function<void()> call;
+        E::Action action;
+        E::Target target;
+        E::Reason reason;
+        const char* text;
+    } rows[] = {
+        {[&] { schema.newClass("B"); }, E::Create, E::Class, E::DuplicateName,
+         "Unable to create class: The requested name duplicates an existing name.\nClass name: B"},
+        {[&] { schema.getClass("b"); }, E::Access, E::Class, E::NameNotFound,
+         "Unable to access class: The requested name does not exist.\nClass name: b"},
+        {[&] { schema.newEnumType("Size"); }, E::Create, E::EnumType, E::DuplicateName, nullptr},
+        {[&] { schema.getEnumType("color"); }, E::Access, E::EnumType, E::NameNotFound, nullptr},
+        {[&] { schema.newObject("a", false); }, E::Access, E::Class, E::NameNotFound, nullptr},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::to_string(&row - rows));
+        const auto e = raisedTN(row.call);
+        ASSERT_TRUE(hasTriple(e, row.action, row.target, row.reason));
+        if (row.text) {
+            EXPECT_EQ(e->reasonText(), row.text);
+        }
+    }
+    EXPECT_EQ(schema.classCount(), 3u);
     EXPECT_EQ(schema.enumCount(), 2u);
+    EXPECT_EQ(schema.getClass("B"), b);
     EXPECT_EQ(schema.getEnumType("Size"), size);
+    EXPECT_EQ(b->schema().get(), &schema);
+    EXPECT_TRUE(schema.getClass("A")->objects().empty());
+    const auto object = schema.newObject("A", false);
+    EXPECT_EQ(schema.getClass("A")->objects(), std::vector<SgxSimplePtr<TNObject>>{object});
 }
 
 TEST(TNSchema, ModelSizeScalesNewRegionsAndZeroKeepsIt) {
@@ -130,46 +128,37 @@ TEST(TNSchema, DonePopulatingTrimsFreezesAndFreesTheTemporaryRegion) {
     schema.unpopulate();
 }
 
-TEST(TNSchema, UnpopulateDropsTheModelAndKeepsTheMetamodel) {
-    TNSchema schema;
-    schema.newClass("A")->addAttr("x", TNAttrInteger, "", "");
-    schema.donePopulating();
-    // The root is only stored and compared, never dereferenced, so any address serves.
-    int stand_in = 0;
-    schema.setRoot(reinterpret_cast<TNObject*>(&stand_in));
-    EXPECT_FALSE(schema.rootObject().isNull());
-    TNSchema::primaryMemoryRegion().allocate(32, 8);
-
-    schema.unpopulate();
-    EXPECT_FALSE(schema.isFullyPopulated());
-    EXPECT_TRUE(schema.rootObject().isNull());
-    EXPECT_EQ(TNSchema::primaryMemoryRegion().bytesAllocated(), 0u);
-    ASSERT_TRUE(schema.classExists("A"));
-    EXPECT_TRUE(schema.getClass("A")->attributeExists("x"));
-    EXPECT_TRUE(schema.getClass("A")->objects().empty());
-    schema.unpopulate();
-}
-
-TEST(TNSchema, ClearEmptiesEverythingAndTheSchemaStaysUsable) {
+TEST(TNSchema, UnpopulateKeepsTheMetamodelAndClearEmptiesEverything) {
     TNSchema schema;
     schema.newEnumType("Color")->addName("Red");
     const auto a = schema.newClass("A");
     a->addAttr("color", TNAttrEnumeration, "Color", "");
     a->addChild(schema.newClass("B"));
+    a->newObject(false);
     schema.donePopulating();
+    // The root is only stored and compared, never dereferenced, so any address serves.
     int stand_in = 0;
     schema.setRoot(reinterpret_cast<TNObject*>(&stand_in));
+    TNSchema::primaryMemoryRegion().allocate(32, 8);
+    schema.unpopulate();
+    EXPECT_FALSE(schema.isFullyPopulated());
+    EXPECT_TRUE(schema.rootObject().isNull());
+    EXPECT_EQ(TNSchema::primaryMemoryRegion().bytesAllocated(), 0u);
+    ASSERT_TRUE(schema.classExists("A"));
+    EXPECT_TRUE(schema.getClass("B")->attributeExists("color"));
+    EXPECT_TRUE(schema.getClass("A")->objects().empty());
 
+    schema.donePopulating();
+    schema.setRoot(reinterpret_cast<TNObject*>(&stand_in));
     schema.clear();
     EXPECT_EQ(schema.classCount(), 0u);
     EXPECT_EQ(schema.enumCount(), 0u);
     EXPECT_FALSE(schema.classExists("A"));
-    EXPECT_FALSE(schema.enumExists("Color"));
     EXPECT_FALSE(schema.isFullyPopulated());
     EXPECT_TRUE(schema.rootObject().isNull());
-
     EXPECT_EQ(schema.newClass("A")->attrCount(), 0u);
     EXPECT_EQ(schema.newEnumType("Color")->values().size(), 0u);
+    schema.unpopulate();
 }
 
 // Guards against classes, descriptors, class identifiers or enumeration types being leaked or
@@ -211,14 +200,9 @@ TEST(TNSchema, DestructionDeletesTheWholeMetamodelOnce) {
 }
 
 TEST(TNSchema, IdentityAndFactoryRegistration) {
-    TNSchema one;
-    TNSchema other;
-    EXPECT_TRUE(one == one);
-    EXPECT_FALSE(one == other);
+    TNSchema one, other;
     EXPECT_TRUE(one.isEqual(&one));
     EXPECT_FALSE(one.isEqual(&other));
-    EXPECT_FALSE(one.isEqual(nullptr));
-
     for (const char* name :
          {"TNSchema", "TNClass", "TNAttrDesc", "TNEnumType", "TNClassIdentifier"}) {
         std::unique_ptr<RWCollectable> made(rwCreateFromFactory(name));
@@ -228,13 +212,65 @@ TEST(TNSchema, IdentityAndFactoryRegistration) {
     EXPECT_THROW(std::unique_ptr<RWCollectable>(one.copy()), SgxException);
 }
 
-TEST(TNSchema, NewObjectLooksTheClassUpFirst) {
+namespace {
+
+// A version read from a schema whose marker class has attributes of the given names.
+TNMetamodelVersion versionOf(std::initializer_list<const char*> attributeNames) {
     TNSchema schema;
-    schema.newClass("A");
-    const auto e = raisedTN([&] { schema.newObject("a", false); });
-    EXPECT_TRUE(hasTriple(e, TNException::Access, TNException::Class, TNException::NameNotFound));
-    EXPECT_TRUE(schema.getClass("A")->objects().empty());
-    const auto object = schema.newObject("A", false);
-    EXPECT_EQ(object->getClass(), schema.getClass("A"));
-    EXPECT_EQ(schema.getClass("A")->objects(), std::vector<SgxSimplePtr<TNObject>>{object});
+    const auto marker = schema.newClass("MetamodelVersion");
+    for (const char* name : attributeNames)
+        marker->addAttr(name, TNAttrString, "", "");
+    return TNMetamodelVersion(schema);
+}
+
+} // namespace
+
+TEST(TNMetamodelVersion, DecodesTheMarkerClassAndChecksRequirements) {
+    const TNMetamodelVersion version = versionOf({"kind_Design", "major_3", "minor_2", "other"});
+    EXPECT_EQ(version.getKind(), "Design");
+    EXPECT_EQ(version.getMajorVersion(), 3);
+    EXPECT_EQ(version.getMinorVersion(), 2);
+
+    EXPECT_TRUE(version.meetsRequirement("Design", 3, 1));
+    EXPECT_TRUE(version.meetsRequirement("Design", 3, 2));
+    EXPECT_FALSE(version.meetsRequirement("Design", 3, 3));
+    EXPECT_FALSE(version.meetsRequirement("Design", 2, 0));
+    EXPECT_FALSE(version.meetsRequirement("Design", 4, 0));
+    EXPECT_FALSE(version.meetsRequirement("design", 3, 0));
+}
+
+TEST(TNMetamodelVersion, NumbersReadLikeAtoiAndTheLastAttributeWins) {
+    struct Case {
+        std::initializer_list<const char*> names;
+        int major;
+        int minor;
+    };
+    const Case cases[] = {
+        {{"major_x"}, 0, -1},                 // no digits
+        {{"major_"}, 0, -1},                  // nothing after the prefix
+        {{"major_7abc", "minor_ 12"}, 7, 12}, // trailing text ignored, leading blank skipped
+        {{"major_-4"}, -4, -1},
+        {{"major_1", "major_5"}, 5, -1},           // the later attribute wins
+        {{"Major_5", "majo_6", "minor5"}, -1, -1}, // prefixes are exact and case-sensitive
+        {{"major_99999999999"}, 2147483647, -1},   // clamped to 32 bits
+    };
+    for (const Case& c : cases) {
+        const TNMetamodelVersion version = versionOf(c.names);
+        SCOPED_TRACE(*c.names.begin());
+        EXPECT_EQ(version.getMajorVersion(), c.major);
+        EXPECT_EQ(version.getMinorVersion(), c.minor);
+        EXPECT_EQ(version.getKind(), "<<none>>");
+    }
+    EXPECT_EQ(versionOf({"kind_"}).getKind(), "");
+}
+
+TEST(TNMetamodelVersion, SchemaWithoutMarkerYieldsTheDefaults) {
+    TNSchema schema;
+    schema.newClass("Package")->addAttr("major_3", TNAttrString, "", "");
+    const TNMetamodelVersion version(schema);
+    EXPECT_EQ(version.getKind(), "<<none>>");
+    EXPECT_EQ(version.getMajorVersion(), -1);
+    EXPECT_EQ(version.getMinorVersion(), -1);
+    EXPECT_FALSE(version.meetsRequirement("<<none>>", 0, -1));
+    EXPECT_TRUE(version.meetsRequirement("<<none>>", -1, -1));
 }

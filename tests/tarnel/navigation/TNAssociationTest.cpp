@@ -117,41 +117,6 @@ TEST(TNAssociation, DiagramLookups) {
     EXPECT_EQ(d.a->getDiagramItemAssociation(), nullptr);
 }
 
-TEST(TNAssociation, FlagsAliasAndTaggedValues) {
-    TNCompoundAssociation blank;
-    EXPECT_EQ(blank.name(), "");
-    EXPECT_EQ(blank.alias(), "");
-    EXPECT_EQ(blank.flags(), 0);
-    EXPECT_EQ(blank.myMultiplicity(), TNMultiplicity(1, 1));
-    EXPECT_FALSE(blank.isSimple());
-
-    blank.setIsPathToModel(true);
-    blank.setIsDiagram(true);
-    blank.setIsDiagram(false);
-    EXPECT_EQ(blank.flags(), 32);
-    EXPECT_TRUE(blank.isPathToModel());
-
-    blank.setName("named");
-    EXPECT_EQ(blank.alias(), "named");
-    TNAssociation::taggedValueDefault("alias", TNValue("fallback"));
-    EXPECT_EQ(blank.alias(), "fallback");
-    blank.taggedValue("alias", TNValue("own"));
-    EXPECT_EQ(blank.alias(), "own");
-    blank.taggedValue("alias", TNValue(""));
-    EXPECT_EQ(blank.alias(), "named");
-    TNAssociation::taggedValueDefault("alias", TNValue(""));
-
-    // Copies take every field but the tagged values.
-    TNCompoundAssociation copy(blank);
-    EXPECT_EQ(copy.flags(), 32);
-    EXPECT_EQ(copy.name(), "named");
-    const auto e = raisedTN([&] { copy.taggedValue("colour"); });
-    ASSERT_TRUE(
-        hasTriple(e, TNException::Access, TNException::TaggedValue, TNException::NameNotFound));
-    EXPECT_EQ(e->assocName(), "named");
-    EXPECT_EQ(e->attrName(), "colour");
-}
-
 TEST(TNAssociation, IdentityByNameForTheBaseByAddressForSimpleOnes) {
     Declared d;
     const std::unique_ptr<TNAssociation> twin(d.bs->clone());
