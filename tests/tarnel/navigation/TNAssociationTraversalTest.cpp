@@ -39,11 +39,13 @@ TEST(TNAssociationTraversal, BreadthAndDepthFirstOrderSiblingsAndRepetitions) {
     root->setChild(child);
     root->setSibling(self);
     EXPECT_EQ(t.run(*root), "b c d e e a");
+    EXPECT_EQ(root->count(t.objects[0]), 6u);
     root->setDepthFirstEvaluation(true);
     EXPECT_EQ(t.run(*root), "b d e c e a");
     // A child that adds nothing, under a depth-first node.
     child->setAddToResult(false);
     EXPECT_EQ(t.run(*root), "b c a");
+    EXPECT_EQ(root->count(t.objects[0]), 3u);
     // The result is appended to, never cleared.
     TNObjectSequence result{t.objects[3]};
     root->traverse(result, t.objects[0]);

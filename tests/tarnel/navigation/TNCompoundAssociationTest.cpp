@@ -178,6 +178,9 @@ TEST(TNBuiltinAssociations, EveryDefinitionYieldsWhatItsNamePromises) {
             continue;
         const auto [source, names_] = found->second;
         EXPECT_EQ(names(o[source]->objects(builtin.roleName)), names_) << builtin.name;
+        // Counting walks the same graph without gathering the last step's objects.
+        EXPECT_EQ(o[source]->linkCount(*assoc), o[source]->objects(builtin.roleName).size())
+            << builtin.name;
     }
     EXPECT_EQ(names(o["r"]->objects("class")), "c1");
     EXPECT_EQ(names(o["r"]->objects("useCase")), "u1");
