@@ -3,6 +3,7 @@
 #pragma once
 
 #include "tarnel/expressions/TNExpr.h"
+#include "tarnel/expressions/TNScalarExpr.h"
 
 #include <gtest/gtest.h>
 
@@ -10,11 +11,12 @@
 #include <string>
 #include <vector>
 
+using Log = std::vector<std::string>;
 // Probe names in order of evaluation and of deletion, and the number of probes alive.
-inline std::vector<std::string> evaluated, deleted;
+inline Log evaluated, deleted;
 inline int live = 0;
 
-inline int times(const std::vector<std::string>& log, const std::string& name) {
+inline int times(const Log& log, const std::string& name) {
     return static_cast<int>(std::count(log.begin(), log.end(), name));
 }
 
@@ -61,7 +63,7 @@ using ObjectProbe = Probe<TNObjectExpr>;
 using ObjectsProbe = Probe<TNObjectCollectionExpr>;
 using StringsProbe = Probe<TNStringCollectionExpr>;
 
-// Distinct object handles, never dereferenced.
+// Distinct object handles for i in 0..7, never dereferenced.
 inline SgxSimplePtr<TNObject> fakeObject(int i) {
     static char storage[8];
     return reinterpret_cast<TNObject*>(&storage[i]);
@@ -72,12 +74,6 @@ template <class Node> void claimAndDelete(Node* node) { SgxCyclicPtr<Node>(node)
 // Deletes the graph below a node on the stack through a heap copy sharing its operands.
 template <class Node> void deleteOperandsOf(const Node& node) { claimAndDelete(new Node(node)); }
 
-// The probe whose deletion came right before that of the probe named "shared": its owner.
-inline std::string ownerOfShared() {
-    const auto shared = std::find(deleted.begin(), deleted.end(), "shared");
-    return shared == deleted.end() || shared == deleted.begin() ? "none" : *(shared - 1);
-}
-
 // The reason text of what `f` raises, or "nothing".
 template <class F> std::string raised(F&& f) {
     try {
@@ -87,5 +83,11 @@ template <class F> std::string raised(F&& f) {
     }
     return "nothing";
 }
+
+// Type and text, so that 9, 9.0, "9" and an empty value differ.
+inline std::string show(const TNValue& v) {
+    return std::to_string(v.myType()) + ":" + v.asString();
+}
+inline TNConstantExpr* constant(const TNValue& v) { return new TNConstantExpr(v); }
 
 inline const std::string kNullOperand = "Null dereference of SgxCyclicPtr<T>::operator*() const";

@@ -4,6 +4,7 @@
 #include "tarnel/navigation/NavigationTestModel.h"
 
 #include <algorithm>
+#include <tuple>
 
 namespace {
 
@@ -27,20 +28,26 @@ struct Four : NodeModel {
 
 } // namespace
 
-TEST(TNAllInstancesExpr, ClassInstancesOldestFirstAndUnknownNameEmpty) {
+TEST(TNAllInstancesExpr, ClassInstancesOldestFirstAndTheModelRoot) {
     Four m;
     m.make("leaf", 0, true);
-    TNAllInstancesExpr all("Node", new TNObjectVarExpr(m.o[3]));
+    auto* object = new TNObjectVarExpr(m.o[3]);
+    TNAllInstancesExpr all("Node", object);
+    TNModelExpr model(object);
     EXPECT_EQ(names(all()), "a b c d");
+    EXPECT_EQ(model().get(), nullptr);
+    m.schema.setRoot(m.o[1]);
+    EXPECT_EQ(model().get(), m.o[1]);
     static_cast<TNConstantExpr&>(*all.name()).value(TNValue("Nope"));
-    EXPECT_TRUE(all().empty());
-    static_cast<TNObjectVarExpr&>(*all.object()).object(nullptr);
+    EXPECT_TRUE(all().empty()); // an unknown class
+    object->object(nullptr);
     EXPECT_EQ(raised([&] { all(); }), "Null dereference");
+    EXPECT_EQ(raised([&] { model(); }), "Null dereference");
     deleteOperandsOf(all);
     release(new TNAllInstancesExpr("Node", nullptr)); // the constant it made is freed
 }
 
-TEST(TNCollectionExpr, FilterTraverseReverseMapKeepOrderAndDuplicates) {
+TEST(TNCollectionExpr, FilterTraverseReverseMapUniqueKeepOrder) {
     ProbeScope scope;
     Four m;
     auto input = [&] { return new ObjectsProbe("input", {m.seq({0, 1, 0, 2})}); };
@@ -62,15 +69,20 @@ TEST(TNCollectionExpr, FilterTraverseReverseMapKeepOrderAndDuplicates) {
     EXPECT_EQ(names(reverse()), "c a b a");
     TNMapExpr map(attributeOf("size"), input());
     EXPECT_EQ(map(), (TNStringSequence{"2", "1", "2", "2"}));
-    TNReverseExpr emptyReverse(new ObjectsProbe("empty", {Objects{}}));
-    TNMapExpr emptyMap(attributeOf("size"), new ObjectsProbe("empty", {Objects{}}));
-    EXPECT_TRUE(emptyReverse().empty());
-    EXPECT_TRUE(emptyMap().empty());
+    TNUniqueExpr stable(input(), true), unstable(input(), false);
+    EXPECT_EQ(names(stable()), "a b c"); // first occurrences
+    Objects identityOrder = m.seq({0, 1, 2});
+    std::sort(identityOrder.begin(), identityOrder.end(), std::less<>());
+    EXPECT_EQ(unstable(), identityOrder);
+    TNMapExpr empty(attributeOf("size"), new TNReverseExpr(new ObjectsProbe("empty", {Objects{}})));
+    EXPECT_TRUE(empty().empty());
     deleteOperandsOf(filter), deleteOperandsOf(traverse), deleteOperandsOf(reverse);
-    deleteOperandsOf(map), deleteOperandsOf(emptyReverse), deleteOperandsOf(emptyMap);
+    deleteOperandsOf(map), deleteOperandsOf(stable), deleteOperandsOf(unstable);
+    deleteOperandsOf(empty);
 }
 
 TEST(TNSortExpr, TwoKeysGroupByTheFirstAndOrderByTheSecond) {
+    ProbeScope scope;
     Four m;
     m.o.push_back(m.make("a", 5));
     m.o.push_back(m.make("b", 7));
@@ -102,38 +114,22 @@ TEST(TNSortExpr, TwoKeysGroupByTheFirstAndOrderByTheSecond) {
     SgxCyclicPtr<TNObjectVarExpr> z = new TNObjectVarExpr;
     const std::string none = sorted(new TNValueAbsExpr(z, new TNConstantExpr), true, nullptr);
     EXPECT_EQ(std::count(none.begin(), none.end(), ' '), 6);
-}
 
-TEST(TNSortExpr, FewerThanTwoElementsOrNoKeysEvaluateNothing) {
-    ProbeScope scope;
-    Four m;
-    auto* input = new ObjectsProbe("input", {m.seq({0})});
-    SgxCyclicPtr<TNObjectVarExpr> x = new TNObjectVarExpr;
+    // Fewer than two elements or no keys: no key is evaluated.
+    auto* few = new ObjectsProbe("input", {m.seq({0})});
+    SgxCyclicPtr<TNObjectVarExpr> w = new TNObjectVarExpr;
     TNSortExpr sort;
-    sort.collection(input);
+    sort.collection(few);
     EXPECT_EQ(names(sort()), "a"); // no keys
-    sort.key(new TNValueAbsExpr(x, new ValueProbe("key")), true);
+    sort.key(new TNValueAbsExpr(w, new ValueProbe("key")), true);
     EXPECT_EQ(names(sort()), "a");
-    input->script({Objects{}});
+    few->script({Objects{}});
     EXPECT_TRUE(sort().empty());
     EXPECT_EQ(times(evaluated, "key"), 0);
-    input->script({m.seq({1, 0})});
+    few->script({m.seq({1, 0})});
     EXPECT_EQ(sort().size(), 2u);
     EXPECT_EQ(times(evaluated, "key"), 4); // one comparison (two keys), then the walk
     deleteOperandsOf(sort);
-}
-
-TEST(TNUniqueExpr, StableKeepsFirstOccurrencesUnstableGivesIdentityOrder) {
-    ProbeScope scope;
-    Four m;
-    auto* input = new ObjectsProbe("input", {m.seq({1, 0, 1, 2, 0})});
-    TNUniqueExpr stable(input, true);
-    EXPECT_EQ(names(stable()), "b a c");
-    TNUniqueExpr unstable(input, false);
-    Objects expected = m.seq({0, 1, 2});
-    std::sort(expected.begin(), expected.end(), std::less<>());
-    EXPECT_EQ(unstable(), expected);
-    deleteOperandsOf(stable);
 }
 
 TEST(TNObjectExtractionExpr, CardinalityFailuresAndChoices) {
@@ -141,33 +137,19 @@ TEST(TNObjectExtractionExpr, CardinalityFailuresAndChoices) {
     Four m;
     const std::string exactlyOne = "ObjectExtraction: association doesn't have exactly one object.";
     const std::string oneOrMore = "ObjectExtraction: association doesn't have one or more objects.";
-    const struct {
-        int32_t choice;
-        Objects input;
-        std::string expected;
-    } cases[] = {
+    const std::tuple<int32_t, Objects, std::string> rows[] = {
         {0, {}, exactlyOne}, {0, m.seq({0, 1}), exactlyOne}, {0, m.seq({1}), "b"},
         {1, {}, oneOrMore},  {1, m.seq({0, 1}), "a"},        {7, m.seq({2, 1}), "c"},
     };
-    for (const auto& c : cases) {
-        TNObjectExtractionExpr extract(new ObjectsProbe("input", {c.input}));
-        extract.choice(static_cast<TNObjectExtractionExpr::Choice>(c.choice));
+    for (const auto& [choice, input, expected] : rows) {
+        SCOPED_TRACE("choice " + std::to_string(choice) + ", " + std::to_string(input.size()));
+        TNObjectExtractionExpr extract(new ObjectsProbe("input", {input}));
+        extract.choice(static_cast<TNObjectExtractionExpr::Choice>(choice));
         const std::string got = raised([&] {
             if (const auto o = extract())
                 throw SgxException((*o)["name"].asString());
         });
-        EXPECT_EQ(got, c.expected) << "choice " << c.choice << ", " << c.input.size() << " objects";
+        EXPECT_EQ(got, expected);
         deleteOperandsOf(extract);
     }
-}
-
-TEST(TNModelExpr, TheSchemaRootObject) {
-    Four m;
-    TNModelExpr model(new TNObjectVarExpr(m.o[2]));
-    EXPECT_EQ(model().get(), nullptr);
-    m.schema.setRoot(m.o[1]);
-    EXPECT_EQ(model().get(), m.o[1]);
-    static_cast<TNObjectVarExpr&>(*model.object()).object(nullptr);
-    EXPECT_EQ(raised([&] { model(); }), "Null dereference");
-    deleteOperandsOf(model);
 }
