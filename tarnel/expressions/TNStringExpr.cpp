@@ -49,16 +49,20 @@ const RWCRegexp& trailingWhiteSpace() {
 } // namespace
 
 TNValue TNRegExpMatchExpr::operator()() const {
-    const Text pattern((*m_regexp)());
-    const Text subject((*m_str)());
-    return TNValue(m_compiled.compiled(pattern.view()).index(subject.view()) != RW_NPOS);
+    // Through const handles, so a missing operand reports the const dereference.
+    const TNValueExprPtr patternExpr = regexp(), subjectExpr = str();
+    const Text pattern((*patternExpr)());
+    const Text subject((*subjectExpr)());
+    return TNValue(search(pattern.view(), subject.view()) != RW_NPOS);
 }
 
 TNValue TNRegExpFindExpr::operator()() const {
-    const Text pattern((*m_regexp)());
-    const Text subject((*m_str)());
+    // Through const handles, so a missing operand reports the const dereference.
+    const TNValueExprPtr patternExpr = regexp(), subjectExpr = str();
+    const Text pattern((*patternExpr)());
+    const Text subject((*subjectExpr)());
     size_t length = 0;
-    const size_t pos = m_compiled.compiled(pattern.view()).index(subject.view(), &length);
+    const size_t pos = search(pattern.view(), subject.view(), &length);
     if (pos == RW_NPOS)
         return TNValue(TNVString);
     return stringValue(subject.view().substr(pos, length));

@@ -30,38 +30,41 @@ private:
     mutable std::optional<RWCRegexp> m_regexp;
 };
 
-// True when regexp matches anywhere in str (a search; anchor with "^" and "$" for a whole match).
-class TARNEL_API TNRegExpMatchExpr : public TNValueExpr {
+// The operands and compiled-pattern cache of the two searches below: regexp, then str.
+class TARNEL_API TNRegExpSearchExpr : public TNValueExpr {
 public:
-    TNRegExpMatchExpr() = default;
-    TNRegExpMatchExpr(const TNValueExprPtr& regexp, const TNValueExprPtr& str)
+    TNRegExpSearchExpr() = default;
+    TNRegExpSearchExpr(const TNValueExprPtr& regexp, const TNValueExprPtr& str)
         : m_regexp(regexp), m_str(str) {}
 
-    TNValue operator()() const override;
     void prepareForDeletion() const override { tnClaimOperands(m_regexp, m_str); }
 
     TN_EXPR_FIELD(TNValueExprPtr, regexp);
     TN_EXPR_FIELD(TNValueExprPtr, str);
+
+protected:
+    // The leftmost match of `pattern` in `subject` (RW_NPOS when none), its length in *length.
+    size_t search(std::string_view pattern, std::string_view subject,
+                  size_t* length = nullptr) const {
+        return m_compiled.compiled(pattern).index(subject, length);
+    }
 
 private:
     TNRegexpCache m_compiled;
 };
 
-// The leftmost match of regexp in str, or the empty text when there is none.
-class TARNEL_API TNRegExpFindExpr : public TNValueExpr {
+// True when regexp matches anywhere in str (a search; anchor with "^" and "$" for a whole match).
+class TARNEL_API TNRegExpMatchExpr : public TNRegExpSearchExpr {
 public:
-    TNRegExpFindExpr() = default;
-    TNRegExpFindExpr(const TNValueExprPtr& regexp, const TNValueExprPtr& str)
-        : m_regexp(regexp), m_str(str) {}
-
+    using TNRegExpSearchExpr::TNRegExpSearchExpr;
     TNValue operator()() const override;
-    void prepareForDeletion() const override { tnClaimOperands(m_regexp, m_str); }
+};
 
-    TN_EXPR_FIELD(TNValueExprPtr, regexp);
-    TN_EXPR_FIELD(TNValueExprPtr, str);
-
-private:
-    TNRegexpCache m_compiled;
+// The leftmost match of regexp in str, or the empty text when there is none.
+class TARNEL_API TNRegExpFindExpr : public TNRegExpSearchExpr {
+public:
+    using TNRegExpSearchExpr::TNRegExpSearchExpr;
+    TNValue operator()() const override;
 };
 
 // source with the first match of regexp, or every match when replaceAll is set, replaced by the
