@@ -1,19 +1,6 @@
 #include "rw/RWCollectableInt.h"
 
-namespace {
-RWCollectable* createRWCollectableInt() { return new RWCollectableInt; }
-} // namespace
-
-RWClassID RWCollectableInt::s_atom = [] {
-    const RWClassID id = RWCollectable::nextAtom();
-    rwAddToFactory(createRWCollectableInt, id, "RWCollectableInt");
-    return id;
-}();
-
-RWClassID RWCollectableInt::classIsA() { return s_atom; }
-RWClassID RWCollectableInt::isA() const { return s_atom; }
-RWCollectable* RWCollectableInt::newSpecies() const { return new RWCollectableInt; }
-RWCollectable* RWCollectableInt::copy() const { return new RWCollectableInt(*this); }
+RW_DEFINE_COLLECTABLE(RWCollectableInt)
 
 int RWCollectableInt::compareTo(const RWCollectable* other) const {
     const auto* that = dynamic_cast<const RWCollectableInt*>(other);

@@ -2,18 +2,17 @@
 // Persisted as the 32-bit value.
 #pragma once
 
-#include "rw/RWCollectable.h"
+#include "rw/RWFactoryEntry.h"
 
 #include <cstdint>
 
 class RWTOOLS_API RWCollectableInt : public RWCollectable {
+    RW_DECLARE_COLLECTABLE(RWCollectableInt)
+
 public:
     RWCollectableInt() = default;
     explicit RWCollectableInt(int32_t value) : m_value(value) {}
 
-    RWCollectable* newSpecies() const override;
-    RWCollectable* copy() const override;
-    RWClassID isA() const override;
     // Against another RWCollectableInt: numeric order; otherwise the default.
     int compareTo(const RWCollectable* other) const override;
     unsigned hash() const override;
@@ -24,12 +23,9 @@ public:
     void restoreGuts(RWvistream& stream) override;
     void saveGuts(RWvostream& stream) const override;
 
-    static RWClassID classIsA();
-
     int32_t value() const { return m_value; }
     void value(int32_t v) { m_value = v; }
 
 private:
-    static RWClassID s_atom;
     int32_t m_value = 0;
 };

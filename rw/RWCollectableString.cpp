@@ -2,20 +2,7 @@
 
 #include <functional>
 
-namespace {
-RWCollectable* createRWCollectableString() { return new RWCollectableString; }
-} // namespace
-
-RWClassID RWCollectableString::s_atom = [] {
-    const RWClassID id = RWCollectable::nextAtom();
-    rwAddToFactory(createRWCollectableString, id, "RWCollectableString");
-    return id;
-}();
-
-RWClassID RWCollectableString::classIsA() { return s_atom; }
-RWClassID RWCollectableString::isA() const { return s_atom; }
-RWCollectable* RWCollectableString::newSpecies() const { return new RWCollectableString; }
-RWCollectable* RWCollectableString::copy() const { return new RWCollectableString(*this); }
+RW_DEFINE_COLLECTABLE(RWCollectableString)
 
 int RWCollectableString::compareTo(const RWCollectable* other) const {
     const auto* that = dynamic_cast<const RWCollectableString*>(other);

@@ -2,17 +2,16 @@
 // Persisted as a 32-bit length, then the bytes.
 #pragma once
 
-#include "rw/RWCollectable.h"
+#include "rw/RWFactoryEntry.h"
 
 class RWTOOLS_API RWCollectableString : public RWCollectable {
+    RW_DECLARE_COLLECTABLE(RWCollectableString)
+
 public:
     RWCollectableString() = default;
     RWCollectableString(SgxString text) : m_text(std::move(text)) {}
     RWCollectableString(const char* text) : m_text(text) {}
 
-    RWCollectable* newSpecies() const override;
-    RWCollectable* copy() const override;
-    RWClassID isA() const override;
     // Against another RWCollectableString: byte-wise order of the texts; otherwise the default.
     int compareTo(const RWCollectable* other) const override;
     unsigned hash() const override;
@@ -23,14 +22,11 @@ public:
     void restoreGuts(RWvistream& stream) override;
     void saveGuts(RWvostream& stream) const override;
 
-    static RWClassID classIsA();
-
     const SgxString& str() const { return m_text; }
     operator const SgxString&() const { return m_text; }
     size_t length() const { return m_text.size(); }
     void setString(SgxString text) { m_text = std::move(text); }
 
 private:
-    static RWClassID s_atom;
     SgxString m_text;
 };

@@ -5,20 +5,7 @@
 #include <limits>
 #include <unordered_set>
 
-namespace {
-RWCollectable* createRWOrdered() { return new RWOrdered; }
-} // namespace
-
-RWClassID RWOrdered::s_atom = [] {
-    const RWClassID id = RWCollectable::nextAtom();
-    rwAddToFactory(createRWOrdered, id, "RWOrdered");
-    return id;
-}();
-
-RWClassID RWOrdered::classIsA() { return s_atom; }
-RWClassID RWOrdered::isA() const { return s_atom; }
-RWCollectable* RWOrdered::newSpecies() const { return new RWOrdered; }
-RWCollectable* RWOrdered::copy() const { return new RWOrdered(*this); }
+RW_DEFINE_COLLECTABLE(RWOrdered)
 
 bool RWOrdered::isEqual(const RWCollectable* other) const {
     const auto* that = dynamic_cast<const RWOrdered*>(other);

@@ -1,25 +1,24 @@
 // RWOrdered: an ordered collection of collectable pointers, itself collectable.
 //
 // The collection does not own its elements: destroying it or calling clear() leaves them alone;
-// clearAndDestroy() deletes them. It may hold null and the same pointer more than once.
+// clearAndDestroy() deletes them. It may hold null and the same pointer more than once; copy()
+// is shallow (the same element pointers).
 // Persisted as a 32-bit element count, then one reference per element in order.
 #pragma once
 
-#include "rw/RWCollectable.h"
+#include "rw/RWFactoryEntry.h"
 
 #include <cstddef>
 #include <vector>
 
 class RWTOOLS_API RWOrdered : public RWCollectable {
+    RW_DECLARE_COLLECTABLE(RWOrdered)
+
 public:
     using const_iterator = std::vector<RWCollectable*>::const_iterator;
 
     RWOrdered() = default;
 
-    RWCollectable* newSpecies() const override;
-    // A shallow copy: the same element pointers.
-    RWCollectable* copy() const override;
-    RWClassID isA() const override;
     // Equal to another RWOrdered with pairwise equal elements (isEqual; two nulls are equal).
     bool isEqual(const RWCollectable* other) const override;
     using RWCollectable::restoreGuts;
@@ -28,8 +27,6 @@ public:
     // reading fails.
     void restoreGuts(RWvistream& stream) override;
     void saveGuts(RWvostream& stream) const override;
-
-    static RWClassID classIsA();
 
     // Appends `item` and returns it.
     RWCollectable* insert(RWCollectable* item);
@@ -56,6 +53,5 @@ public:
     const_iterator end() const { return m_items.end(); }
 
 private:
-    static RWClassID s_atom;
     std::vector<RWCollectable*> m_items;
 };

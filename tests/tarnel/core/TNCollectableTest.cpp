@@ -56,8 +56,9 @@ TEST(TNCollectable, OneLineRegistersUnderTheNameAndDefinesSpeciesAndCopy) {
 TEST(TNCollectable, EntryLeavesTheFactoryWhenItEnds) {
     RWClassID atom = 0;
     {
-        TNFactoryEntry entry(
-            atom, [] { return static_cast<RWCollectable*>(new TNProbe(3)); }, "TNScopedProbe");
+        RWFactoryEntry entry(
+            atom, [] { return static_cast<RWCollectable*>(new TNProbe(3)); }, "TNScopedProbe",
+            tnStartUp);
         EXPECT_NE(atom, 0);
         EXPECT_NE(atom, TNProbe::classIsA());
         std::unique_ptr<RWCollectable> made(rwCreateFromFactory("TNScopedProbe"));
