@@ -62,51 +62,6 @@ TNException::TNException(Action action, Target target, Reason reason)
 
 TNException::~TNException() noexcept = default;
 
-TNException& TNException::setClass1(const SgxString& name) {
-    m_className1 = name;
-    return *this;
-}
-
-TNException& TNException::setClass2(const SgxString& name) {
-    m_className2 = name;
-    return *this;
-}
-
-TNException& TNException::setAttr(const SgxString& name) {
-    m_attrName = name;
-    return *this;
-}
-
-TNException& TNException::setEnumType(const SgxString& name) {
-    m_enumTypeName = name;
-    return *this;
-}
-
-TNException& TNException::setEnumAttr(const SgxString& name) {
-    m_enumAttrName = name;
-    return *this;
-}
-
-TNException& TNException::setAssoc(const SgxString& name) {
-    m_assocName = name;
-    return *this;
-}
-
-TNException& TNException::setInfo(const SgxString& text) {
-    m_info = text;
-    return *this;
-}
-
-TNException& TNException::setTarget(Target target) {
-    m_target = target;
-    return *this;
-}
-
-TNException& TNException::setAction(Action action) {
-    m_action = action;
-    return *this;
-}
-
 SgxString TNException::assembleMessage() const {
     SgxString message = "Unable to ";
     message += actionWord(m_action);

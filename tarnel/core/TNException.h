@@ -69,15 +69,42 @@ public:
 
     // Setters. Each returns this exception, so a throw site can fill its details in one
     // expression and end it with raise(). The reason is fixed at construction.
-    TNException& setClass1(const SgxString& name);
-    TNException& setClass2(const SgxString& name);
-    TNException& setAttr(const SgxString& name);
-    TNException& setEnumType(const SgxString& name);
-    TNException& setEnumAttr(const SgxString& name);
-    TNException& setAssoc(const SgxString& name);
-    TNException& setInfo(const SgxString& text);
-    TNException& setTarget(Target target);
-    TNException& setAction(Action action);
+    TNException& setClass1(const SgxString& name) {
+        m_className1 = name;
+        return *this;
+    }
+    TNException& setClass2(const SgxString& name) {
+        m_className2 = name;
+        return *this;
+    }
+    TNException& setAttr(const SgxString& name) {
+        m_attrName = name;
+        return *this;
+    }
+    TNException& setEnumType(const SgxString& name) {
+        m_enumTypeName = name;
+        return *this;
+    }
+    TNException& setEnumAttr(const SgxString& name) {
+        m_enumAttrName = name;
+        return *this;
+    }
+    TNException& setAssoc(const SgxString& name) {
+        m_assocName = name;
+        return *this;
+    }
+    TNException& setInfo(const SgxString& text) {
+        m_info = text;
+        return *this;
+    }
+    TNException& setTarget(Target target) {
+        m_target = target;
+        return *this;
+    }
+    TNException& setAction(Action action) {
+        m_action = action;
+        return *this;
+    }
 
     // The message, assembled afresh from the codes and details:
     //   "Unable to " + action word + target word + ": " + reason sentence (ending in a line feed),
