@@ -161,10 +161,18 @@ TNObjectSequence TNFilterExpr::operator()() const {
     TNObjectSequence elements = (*m_collection)();
     size_t kept = 0;
     for (size_t i = 0; i < elements.size(); ++i)
-        if ((*m_predicate)(elements[i]).asBoolean())
+        if ((*m_predicate).test(elements[i]))
             elements[kept++] = elements[i];
     elements.resize(kept);
     return elements;
+}
+
+size_t TNFilterExpr::count() const {
+    const TNObjectSequence elements = (*m_collection)();
+    size_t kept = 0;
+    for (const SgxSimplePtr<TNObject>& element : elements)
+        kept += (*m_predicate).test(element) ? 1 : 0;
+    return kept;
 }
 
 TNObjectSequence TNTraverseExpr::operator()() const {

@@ -66,6 +66,8 @@ public:
         : m_predicate(predicate), m_collection(collection) {}
 
     TNObjectSequence operator()() const override;
+    // Counts the elements kept without gathering them.
+    size_t count() const override;
     void prepareForDeletion() const override;
 
     TN_EXPR_FIELD(SgxCyclicPtr<TNValueAbsExpr>, predicate);

@@ -25,6 +25,7 @@
 #include "tarnel/core/TNValue.h"
 #include "tarnel/tarnel_export.h"
 
+#include <type_traits>
 #include <vector>
 
 class TNObject;
@@ -47,6 +48,10 @@ public:
     TNValueExpr& operator=(const TNValueExpr&) = default;
     ~TNValueExpr() override = 0;
     virtual TNValue operator()() const = 0;
+    // operator()().asBoolean(), with the same evaluations and failures. Nodes yielding truth
+    // values override it to skip building the TNValue, so that filters and quantifiers, which
+    // call it once per element, stay cheap.
+    virtual bool test() const { return (*this)().asBoolean(); }
 };
 
 // Nodes yielding one model object, possibly null.
@@ -162,6 +167,13 @@ public:
         m_contextObject->object(object);
         return (*m_expr)();
     }
+    // operator()(object).asBoolean(), through TNValueExpr::test().
+    bool test(const SgxSimplePtr<TNObject>& object) const
+        requires std::is_same_v<Family, TNValueExpr>
+    {
+        m_contextObject->object(object);
+        return (*m_expr).test();
+    }
     void prepareForDeletion() const override { tnClaimOperands(m_contextObject, m_expr); }
 
     TN_EXPR_FIELD(SgxCyclicPtr<TNObjectVarExpr>, contextObject);
@@ -237,7 +249,7 @@ public:
         : m_testExpr(testExpr), m_thenExpr(thenExpr), m_elseExpr(elseExpr) {}
 
     Result operator()() const override {
-        return (*m_testExpr)().asBoolean() ? (*m_thenExpr)() : (*m_elseExpr)();
+        return (*m_testExpr).test() ? (*m_thenExpr)() : (*m_elseExpr)();
     }
     void prepareForDeletion() const override {
         tnClaimOperands(m_testExpr, m_thenExpr, m_elseExpr);

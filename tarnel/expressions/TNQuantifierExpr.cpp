@@ -8,7 +8,7 @@ TNValue TNQuantifierExpr::quantify(bool whileResult) const {
     bool result = whileResult;
     for (size_t i = 0; i < elements.size() && result == whileResult; ++i) {
         m_boundVariable->object(elements[i]);
-        result = (*m_condition)().asBoolean();
+        result = (*m_condition).test();
     }
     return TNValue(result);
 }

@@ -4,6 +4,7 @@
 #include "tarnel/instances/TNObject.h"
 #include "tarnel/metamodel/TNEnumType.h"
 
+#include <atomic>
 #include <cstring>
 #include <string_view>
 #include <typeinfo>
@@ -68,7 +69,7 @@ TNValue realArithmetic(TNArithmeticExpr::TNArithOp op, double a, const TNValue& 
 
 } // namespace
 
-TNValue TNRelationalExpr::operator()() const {
+bool TNRelationalExpr::test() const {
     // attribute == constant, the filter of most reports: neither value is copied. Evaluating a
     // constant has no effect, so reading it first keeps the order of everything observable.
     const TNValueExpr* lhs = m_lhs.get();
@@ -76,50 +77,50 @@ TNValue TNRelationalExpr::operator()() const {
     if ((m_op == TNEqual || m_op == TNNotEqual) && lhs != nullptr && rhs != nullptr &&
         typeid(*rhs) == typeid(TNConstantExpr) && typeid(*lhs) == typeid(TNAttrExpr)) {
         const bool equal = static_cast<const TNAttrExpr&>(*lhs).equals(
-            static_cast<const TNConstantExpr&>(*rhs).constant());
-        return TNValue(m_op == TNEqual ? equal : !equal);
+            static_cast<const TNConstantExpr&>(*rhs));
+        return m_op == TNEqual ? equal : !equal;
     }
     TNValue right = (*m_rhs)();
     TNValue left = (*m_lhs)();
     switch (m_op) {
     case TNEqual:
-        return TNValue(left == right);
+        return left == right;
     case TNNotEqual:
-        return TNValue(!(left == right));
+        return !(left == right);
     case TNLess:
-        return TNValue(left < right);
+        return left < right;
     case TNGreaterEqual:
-        return TNValue(!(left < right));
+        return !(left < right);
     case TNGreater:
         if (left == right)
-            return TNValue(false);
+            return false;
         // Decided on a second evaluation of both operands, which operands with side effects or
         // caches can observe.
         right = (*m_rhs)();
         left = (*m_lhs)();
-        return TNValue(!(left < right));
+        return !(left < right);
     case TNLessEqual:
         if (left == right)
-            return TNValue(true);
+            return true;
         right = (*m_rhs)();
         left = (*m_lhs)();
-        return TNValue(left < right);
+        return left < right;
     }
-    return TNValue(false);
+    return false;
 }
 
-TNValue TNBooleanExpr::operator()() const {
+bool TNBooleanExpr::test() const {
     switch (m_op) {
     case TNAnd:
-        return TNValue((*m_lhs)().asBoolean() && (*m_rhs)().asBoolean());
+        return (*m_lhs).test() && (*m_rhs).test();
     case TNOr:
-        return TNValue((*m_lhs)().asBoolean() || (*m_rhs)().asBoolean());
+        return (*m_lhs).test() || (*m_rhs).test();
     case TNNot:
-        return TNValue(!(*m_lhs)().asBoolean());
+        return !(*m_lhs).test();
     case TNImplies:
-        return TNValue(!(*m_lhs)().asBoolean() || (*m_rhs)().asBoolean());
+        return !(*m_lhs).test() || (*m_rhs).test();
     }
-    return TNValue(false);
+    return false;
 }
 
 TNValue TNArithmeticExpr::operator()() const {
@@ -146,6 +147,11 @@ TNValue TNConversionExpr::operator()() const {
     return result;
 }
 
+uint64_t TNConstantExpr::nextStamp() noexcept {
+    static std::atomic<uint64_t> stamps{0};
+    return stamps.fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
 TNValue TNCountExpr::operator()() const {
     return TNValue(static_cast<int32_t>((*m_collection).count()));
 }
@@ -161,7 +167,13 @@ TNValue TNAttrExpr::operator()() const {
     return slot.value();
 }
 
-bool TNAttrExpr::equals(const TNValue& value) const {
+bool TNAttrExpr::equals(const TNValue& value) const { return equals(value, 0); }
+
+bool TNAttrExpr::equals(const TNConstantExpr& constant) const {
+    return equals(constant.constant(), constant.stamp());
+}
+
+bool TNAttrExpr::equals(const TNValue& value, uint64_t stamp) const {
     const SgxSimplePtr<TNObject> object = (*m_object)();
     const TNAttribute& slot = slotOf(*object);
     const TNAttrType type = slot.type();
@@ -171,8 +183,13 @@ bool TNAttrExpr::equals(const TNValue& value) const {
         // asString(), which raises for it.
         const TNEnumType* enumType = slot.attrDesc()->enumType().get();
         const int32_t index = slot.asLongInt();
-        if (enumType != nullptr && index >= 0 && enumType->check(static_cast<unsigned long>(index)))
-            return index == literalIndex(*enumType, value.text());
+        if (enumType != nullptr && index >= 0 &&
+            enumType->check(static_cast<unsigned long>(index))) {
+            if (stamp != 0 && stamp == m_literalStamp && enumType == m_literalType &&
+                !enumType->check(m_literalCount)) [[likely]]
+                return index == m_literalIndex;
+            return index == literalIndex(*enumType, value.text(), stamp);
+        }
     }
     if (type != TNAttrEnumeration && type != TNAttrString)
         return slot.value() == value;
@@ -183,28 +200,46 @@ bool TNAttrExpr::equals(const TNValue& value) const {
     return text == value.asString();
 }
 
-int64_t TNAttrExpr::literalIndex(const TNEnumType& enumType, const char* text) const {
+int64_t TNAttrExpr::literalIndex(const TNEnumType& enumType, const char* text,
+                                 uint64_t stamp) const {
     // A type that gained literals since may now name the text.
-    if (&enumType != m_literalType || enumType.check(m_literalCount) ||
-        std::strcmp(text, m_literalText.c_str()) != 0) {
+    const bool sameText = stamp != 0 ? stamp == m_literalStamp
+                                     : m_literalStamp == 0 && std::strcmp(text, m_literalText.c_str()) == 0;
+    if (&enumType != m_literalType || enumType.check(m_literalCount) || !sameText) {
         const std::string_view literal(text);
         m_literalIndex = enumType.check(literal) ? static_cast<int64_t>(enumType[literal]) : -1;
         m_literalCount = enumType.values().size();
-        m_literalText = text;
+        m_literalText = stamp != 0 ? SgxString() : SgxString(text);
+        m_literalStamp = stamp;
         m_literalType = &enumType;
     }
     return m_literalIndex;
 }
 
 TNAttribute& TNAttrExpr::slotOf(TNObject& object) const {
-    // A plain constant name is read in place: evaluating it would copy its text per object.
+    // A plain constant name is known again by its stamp, so that runs of objects of one class
+    // reach their slot by position without reading the name at all.
     const TNValueExpr& nameNode = *m_name;
+    const bool constantName = typeid(nameNode) == typeid(TNConstantExpr);
+    if (constantName && object.getClass().get() == m_cachedClass &&
+        static_cast<const TNConstantExpr&>(nameNode).stamp() == m_cachedNameStamp) [[likely]]
+        return object[*m_cachedDesc];
+    return findSlot(object, nameNode, constantName);
+}
+
+TNAttribute& TNAttrExpr::findSlot(TNObject& object, const TNValueExpr& nameNode,
+                                  bool constantName) const {
+    // A constant name is read in place: evaluating it would copy its text.
     TNValue evaluated;
     const TNValue* name = &evaluated;
-    if (typeid(nameNode) == typeid(TNConstantExpr))
-        name = &static_cast<const TNConstantExpr&>(nameNode).constant();
-    else
+    uint64_t stamp = 0;
+    if (constantName) {
+        const auto& constant = static_cast<const TNConstantExpr&>(nameNode);
+        stamp = constant.stamp();
+        name = &constant.constant();
+    } else {
         evaluated = nameNode();
+    }
     SgxString converted;
     const char* text = name->text();
     if (text == nullptr) {
@@ -212,11 +247,13 @@ TNAttribute& TNAttrExpr::slotOf(TNObject& object) const {
         text = converted.c_str();
     }
     const TNClass* cls = object.getClass().get();
-    if (cls == m_cachedClass && std::strcmp(text, m_cachedName.c_str()) == 0) [[likely]]
+    if (stamp == 0 && m_cachedNameStamp == 0 && cls == m_cachedClass &&
+        std::strcmp(text, m_cachedName.c_str()) == 0)
         return object[*m_cachedDesc];
     TNAttribute& slot = object[std::string_view(text)];
     m_cachedDesc = slot.attrDesc().get();
-    m_cachedName = text;
+    m_cachedName = stamp != 0 ? SgxString() : SgxString(text);
+    m_cachedNameStamp = stamp;
     m_cachedClass = cls;
     return slot;
 }

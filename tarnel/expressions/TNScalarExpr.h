@@ -38,7 +38,8 @@ public:
     TNRelationalExpr(const TNValueExprPtr& lhs, TNRelOp op, const TNValueExprPtr& rhs)
         : m_lhs(lhs), m_rhs(rhs), m_op(op) {}
 
-    TNValue operator()() const override;
+    TNValue operator()() const override { return TNValue(test()); }
+    bool test() const override;
     void prepareForDeletion() const override { tnClaimOperands(m_lhs, m_rhs); }
 
     TN_EXPR_FIELD(TNValueExprPtr, lhs);
@@ -62,7 +63,8 @@ public:
     TNBooleanExpr(const TNValueExprPtr& lhs, TNLogOp op, const TNValueExprPtr& rhs)
         : m_lhs(lhs), m_rhs(rhs), m_op(op) {}
 
-    TNValue operator()() const override;
+    TNValue operator()() const override { return TNValue(test()); }
+    bool test() const override;
     void prepareForDeletion() const override { tnClaimOperands(m_lhs, m_rhs); }
 
     TN_EXPR_FIELD(TNValueExprPtr, lhs);
@@ -128,8 +130,22 @@ public:
     // The constant itself, not a copy: for nodes that read a constant operand without evaluating
     // it (which would copy its text).
     const TNValue& constant() const noexcept { return m_value; }
+    // A number naming the constant's current value among all values any constant ever held in
+    // the process: never 0, equal in a copy, new after every value(). Nodes that cache what they
+    // derived from a constant (a slot position, a literal index) compare stamps instead of texts.
+    uint64_t stamp() const noexcept { return m_stamp; }
 
-    TN_EXPR_FIELD(TNValue, value);
+    TNValue value() const { return m_value; }
+    void value(const TNValue& newValue) {
+        m_value = newValue;
+        m_stamp = nextStamp();
+    }
+
+private:
+    static uint64_t nextStamp() noexcept;
+
+    TNValue m_value;
+    uint64_t m_stamp = nextStamp();
 };
 
 // The number of objects that `collection` yields, duplicates counted, as a TNVInt.
@@ -164,24 +180,33 @@ public:
     // the same evaluations and failures, but without building the attribute's value: a filter
     // comparing an attribute with a constant then costs no allocation per object.
     bool equals(const TNValue& value) const;
+    // equals(constant.constant()), remembering what it derived from the constant by its stamp.
+    bool equals(const TNConstantExpr& constant) const;
 
     TN_EXPR_FIELD(TNValueExprPtr, name);
     TN_EXPR_FIELD(TNObjectExprPtr, object);
 
 private:
     TNAttribute& slotOf(TNObject& object) const;
+    // slotOf() when the cache does not answer: finds the slot by name and remembers it.
+    TNAttribute& findSlot(TNObject& object, const TNValueExpr& nameNode, bool constantName) const;
+    // equals() for a value that a constant with `stamp` holds, or for any value when `stamp` is 0.
+    bool equals(const TNValue& value, uint64_t stamp) const;
     // The index of literal `text` in `enumType`, or -1 when it names none; remembered for the
-    // last type and text asked.
-    int64_t literalIndex(const TNEnumType& enumType, const char* text) const;
+    // last type and text asked (by the text's stamp when it has one, else by the text).
+    int64_t literalIndex(const TNEnumType& enumType, const char* text, uint64_t stamp) const;
 
-    // The descriptor of the attribute last read and the class and name it was found for. Runs of
-    // objects of one class then reach their slot by the descriptor's position instead of a name
-    // lookup per object. Descriptors live as long as their class and never move.
+    // The descriptor of the attribute last read and the class and name it was found for (the
+    // name node's stamp when the name is a constant, else its text). Runs of objects of one class
+    // then reach their slot by the descriptor's position instead of a name lookup per object.
+    // Descriptors live as long as their class and never move.
     mutable const TNClass* m_cachedClass = nullptr;
     mutable const TNAttrDesc* m_cachedDesc = nullptr;
+    mutable uint64_t m_cachedNameStamp = 0;
     mutable SgxString m_cachedName;
     mutable const TNEnumType* m_literalType = nullptr;
     mutable size_t m_literalCount = 0;
+    mutable uint64_t m_literalStamp = 0;
     mutable SgxString m_literalText;
     mutable int64_t m_literalIndex = -1;
 };

@@ -226,13 +226,8 @@ bool TNAttribute::operator==(const TNAttribute& other) const {
     }
 }
 
-int32_t TNAttribute::asLongInt() const {
+int32_t TNAttribute::convertedLongInt() const {
     switch (type()) {
-    case TNAttrEnumeration:
-    case TNAttrInteger:
-    case TNAttrBoolean:
-    case TNAttrLong:
-        return intValue();
     case TNAttrReal:
         return TNValue(realValue()).asLongInt();
     case TNAttrString:

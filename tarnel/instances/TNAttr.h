@@ -122,7 +122,17 @@ public:
     // enumerations give their literal name as text (raising what TNEnumType raises for a bad
     // index); reals render "0.0" when zero and "%f" otherwise; integers "%d"; truth values
     // "true"/"false"; an unknown kind gives 0, 0.0, false and the empty text.
-    int32_t asLongInt() const;
+    int32_t asLongInt() const {
+        switch (type()) {
+        case TNAttrEnumeration:
+        case TNAttrInteger:
+        case TNAttrBoolean:
+        case TNAttrLong:
+            return intValue();
+        default:
+            return convertedLongInt();
+        }
+    }
     bool asBoolean() const;
     double asDouble() const;
     SgxString asString() const;
@@ -147,6 +157,8 @@ private:
             m_word = length == 0 ? 0 : reinterpret_cast<uintptr_t>(copyText(text, length));
     }
     void assignLiteral(const char* text, size_t length);
+    // asLongInt() of the kinds that are not integers.
+    int32_t convertedLongInt() const;
     void copyValue(const TNAttribute& other);
     void copyValue(const TNValue& value);
     // A copy of `length` bytes of `text` plus a NUL in the string region.

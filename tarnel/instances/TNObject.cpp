@@ -259,6 +259,30 @@ std::vector<SgxSimplePtr<TNObject>> TNObject::objects(const TNAssociation& assoc
     return linkedObjects(linkSlot(assoc));
 }
 
+TNObject::LinkView TNObject::links(const TNAssociation& assoc) const {
+    LinkView view;
+    if (!assoc.isSimple()) {
+        view.m_copy = objects(assoc);
+        view.m_count = view.m_copy.size();
+        return view;
+    }
+    const int32_t slot = linkSlot(assoc);
+    const uintptr_t word = m_associations[slot];
+    if (word == 0)
+        return view;
+    if ((word & singleTag) != 0) {
+        view.m_single = reinterpret_cast<TNObject*>(word & ~tagMask);
+        view.m_count = 1;
+    } else if ((word & listTag) != 0) {
+        view.m_copy = linkedObjects(slot);
+        view.m_count = view.m_copy.size();
+    } else {
+        view.m_first = arrayElements(word);
+        view.m_count = arrayCount(word);
+    }
+    return view;
+}
+
 size_t TNObject::linkCount(const TNAssociation& assoc) const {
     if (!assoc.isSimple())
         return assoc.count(SgxSimplePtr<TNObject>(const_cast<TNObject*>(this)));

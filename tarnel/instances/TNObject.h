@@ -105,6 +105,27 @@ public:
     std::vector<SgxSimplePtr<TNObject>> objects(std::string_view name) const;
     // objects(assoc).size() without building the list; raises what objects(assoc) raises.
     size_t linkCount(const TNAssociation& assoc) const;
+
+    // What objects(assoc) gives, as a range that copies nothing when the slot is frozen or holds
+    // one link (every slot after donePopulating); links still being recorded, and what a compound
+    // association computes, are copied into the view. Valid while the object gains no links.
+    class LinkView {
+    public:
+        const SgxSimplePtr<TNObject>* begin() const noexcept {
+            return m_first != nullptr ? m_first : m_copy.empty() ? &m_single : m_copy.data();
+        }
+        const SgxSimplePtr<TNObject>* end() const noexcept { return begin() + m_count; }
+        size_t size() const noexcept { return m_count; }
+
+    private:
+        friend class TNObject;
+        const SgxSimplePtr<TNObject>* m_first = nullptr;
+        size_t m_count = 0;
+        SgxSimplePtr<TNObject> m_single;
+        std::vector<SgxSimplePtr<TNObject>> m_copy;
+    };
+    // Raises what objects(assoc) raises.
+    LinkView links(const TNAssociation& assoc) const;
     // The single linked object, or null when there is none. Raises TNException (Access,
     // Association, Invalid) with the role name and the class name when there are several, and
     // what objects() raises.

@@ -35,28 +35,37 @@ TNAssociationTraversal* restoreLink(RWvistream& stream) {
                         " MiB of stack (a cycle in the model?)");
 }
 
-// The traverse calls running on this thread, and the frame of the outermost one.
-thread_local size_t nestedTraversals = 0;
-thread_local uintptr_t outermostFrame = 0;
+// The traverse calls running on this thread, and the frame of the outermost one. Initial-exec,
+// so that finding the thread's copy is one load instead of a call into the dynamic linker on
+// every step; 16 bytes fit the static TLS space kept for libraries loaded after start-up.
+struct Nesting {
+    size_t depth = 0;
+    uintptr_t outermostFrame = 0;
+};
+thread_local Nesting threadNesting __attribute__((tls_model("initial-exec")));
 
 class NestingGuard {
 public:
-    NestingGuard() {
+    NestingGuard() : m_nesting(threadNesting) {
         const auto frame = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
-        if (nestedTraversals == 0) {
-            outermostFrame = frame;
+        if (m_nesting.depth == 0) {
+            m_nesting.outermostFrame = frame;
         } else {
             // The stack grows down from the outermost call.
-            const uintptr_t used = outermostFrame > frame ? outermostFrame - frame : 0;
-            if (nestedTraversals >= TNAssociationTraversal::maxDepth ||
+            const uintptr_t outermost = m_nesting.outermostFrame;
+            const uintptr_t used = outermost > frame ? outermost - frame : 0;
+            if (m_nesting.depth >= TNAssociationTraversal::maxDepth ||
                 used > TNAssociationTraversal::maxStackBytes) [[unlikely]]
                 raiseTooDeep();
         }
-        ++nestedTraversals;
+        ++m_nesting.depth;
     }
-    ~NestingGuard() { --nestedTraversals; }
+    ~NestingGuard() { --m_nesting.depth; }
     NestingGuard(const NestingGuard&) = delete;
     NestingGuard& operator=(const NestingGuard&) = delete;
+
+private:
+    Nesting& m_nesting;
 };
 
 } // namespace
@@ -106,11 +115,26 @@ size_t TNAssociationTraversal::count(const SgxSimplePtr<TNObject>& source) const
     const NestingGuard nesting;
     size_t total = 0;
     const TNAssociationTraversal* child = m_child.get();
-    if (child == nullptr && m_condition.isNull() && !m_associationToTraverse.empty()) {
-        const TNObject& object = *source;
-        if (const TNAssociation* assoc = associationOf(*object.getClass())) {
-            const size_t linked = object.linkCount(*assoc);
-            total = m_addToResult ? linked : 0;
+    if (m_condition.isNull()) {
+        // Without a condition nothing needs gathering: the step stays on the source or walks
+        // the links where they lie, and a last step only counts them.
+        if (m_associationToTraverse.empty()) {
+            total = m_addToResult ? 1 : 0;
+            if (child != nullptr)
+                total += child->count(source);
+        } else {
+            const TNObject& object = *source;
+            if (const TNAssociation* assoc = associationOf(*object.getClass())) {
+                if (child == nullptr) {
+                    const size_t linked = object.linkCount(*assoc);
+                    total = m_addToResult ? linked : 0;
+                } else {
+                    const TNObject::LinkView linked = object.links(*assoc);
+                    total = m_addToResult ? linked.size() : 0;
+                    for (const SgxSimplePtr<TNObject>& next : linked)
+                        total += child->count(next);
+                }
+            }
         }
     } else {
         std::vector<SgxSimplePtr<TNObject>> gathered;

@@ -85,3 +85,30 @@ TEST(TNAttrExpr, AttributeClassNameUidAndEqualityAcrossClassesAndNames) {
     EXPECT_TRUE(equal().asBoolean());
     deleteOperandsOf(equal);
 }
+
+TEST(TNAttrExpr, ConstantsChangedInPlaceAreReadAgain) {
+    // The node remembers what it derived from a constant operand (the slot of a name, the index
+    // of a literal); a new value set on the same constant node must not be answered from that.
+    NodeModel m;
+    TNObject* n = m.make("n", 3);
+    (*n)["visibility"] = "private";
+    auto* name = new TNConstantExpr("name");
+    auto* literal = new TNConstantExpr("private");
+    auto* attr = new TNAttrExpr(name, new TNObjectVarExpr(n));
+    TNRelationalExpr equal(new TNAttrExpr("visibility", new TNObjectVarExpr(n)),
+                           TNRelationalExpr::TNEqual, literal);
+    EXPECT_EQ(show((*attr)()), show(TNValue("n")));
+    EXPECT_TRUE(equal.test());
+    name->value(TNValue("size"));
+    literal->value(TNValue("public"));
+    EXPECT_EQ(show((*attr)()), show(TNValue(3)));
+    EXPECT_FALSE(equal.test());
+    // A copy holds the same value, so what was derived from either serves both.
+    TNConstantExpr copy(*literal);
+    EXPECT_EQ(copy.stamp(), literal->stamp());
+    copy.value(TNValue("private"));
+    EXPECT_NE(copy.stamp(), literal->stamp());
+    deleteOperandsOf(*attr);
+    delete attr;
+    deleteOperandsOf(equal);
+}

@@ -50,6 +50,12 @@ SgxString names(const Objects& objects) {
     return text;
 }
 
+// The objects a link view shows, by name.
+SgxString names(const TNObject::LinkView& view) {
+    EXPECT_EQ(static_cast<size_t>(view.end() - view.begin()), view.size());
+    return names(Objects(view.begin(), view.end()));
+}
+
 } // namespace
 
 TEST(TNObject, SlotsFollowTheClassAndUnknownAttributesRaise) {
@@ -113,8 +119,12 @@ TEST(TNObject, LinksComeBackOldestFirstInEveryState) {
         EXPECT_EQ(names(p->objects("classes")), "A,B,C");
         EXPECT_EQ(names(m.classes->objects(p)), "A,B,C");
         EXPECT_TRUE(empty->objects(*m.classes).empty());
-        for (const auto& target : {a, b, c})
+        EXPECT_EQ(names(p->links(*m.classes)), "A,B,C");
+        EXPECT_EQ(names(empty->links(*m.classes)), "");
+        for (const auto& target : {a, b, c}) {
             EXPECT_EQ(target->object("package"), p) << (*target)["name"].asString();
+            EXPECT_EQ(names(target->links(*target->getClass()->getAssociation("package"))), "p");
+        }
     }
     // Links added after freezing join the end, and a second freeze keeps the order.
     const auto d = m.make(m.cls, "D");
@@ -122,6 +132,7 @@ TEST(TNObject, LinksComeBackOldestFirstInEveryState) {
     a->associate(empty, "package");
     EXPECT_EQ(names(p->objects("classes")), "A,B,C,D");
     EXPECT_EQ(names(a->objects("package")), "p,empty");
+    EXPECT_EQ(names(a->links(*m.cls->getAssociation("package"))), "p,empty");
     m.schema.donePopulating();
     EXPECT_EQ(names(p->objects("classes")), "A,B,C,D");
     EXPECT_EQ(names(empty->objects("classes")), "A");
