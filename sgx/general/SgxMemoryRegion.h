@@ -56,6 +56,10 @@ public:
     size_t bytesReserved() const noexcept { return m_bytesReserved; }
     // The number of blocks taken from the system, oversized ones included.
     size_t blockCount() const noexcept { return m_blockCount; }
+    // A number no other region made in this process has, not even one made later at the same
+    // address: a cache of storage handed out by a region keeps it to know whether that storage
+    // is still there.
+    uint64_t id() const noexcept { return m_id; }
 
 private:
     struct Block;
@@ -72,4 +76,5 @@ private:
     size_t m_bytesReserved = 0;
     size_t m_blockCount = 0;
     Block* m_blocks = nullptr; // every block taken, newest first
+    uint64_t m_id;
 };

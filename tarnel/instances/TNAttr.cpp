@@ -63,6 +63,20 @@ const char* TNAttribute::copyText(const char* text, size_t length) {
     return copy;
 }
 
+const char* TNAttribute::placeText(const char* text, size_t length) const {
+    const TNAttrDesc& desc = *m_desc;
+    SgxMemoryRegion& region = TNSchema::stringMemoryRegion();
+    // The region check comes first: the last text is gone once its region is.
+    if (desc.m_lastTextLength == length && desc.m_lastTextRegion == region.id() &&
+        std::memcmp(desc.m_lastText, text, length) == 0)
+        return desc.m_lastText;
+    const char* copy = copyText(text, length);
+    desc.m_lastText = copy;
+    desc.m_lastTextLength = length;
+    desc.m_lastTextRegion = region.id();
+    return copy;
+}
+
 void TNAttribute::assignLiteral(const char* text, size_t length) {
     const auto index = (*m_desc->enumType())[std::string_view(text, length)];
     setInt(static_cast<int32_t>(index));
@@ -123,7 +137,7 @@ void TNAttribute::copyValue(const TNValue& value) {
             SgxAssertion::raise("rhsType == TNVString", unitName, stringLine);
         const char* text = value.text();
         const size_t length = std::strlen(text);
-        m_word = length == 0 ? 0 : reinterpret_cast<uintptr_t>(copyText(text, length));
+        m_word = length == 0 ? 0 : reinterpret_cast<uintptr_t>(placeText(text, length));
         break;
     }
     case TNAttrBoolean:

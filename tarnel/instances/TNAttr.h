@@ -154,7 +154,7 @@ private:
         if (m_desc->type() == TNAttrEnumeration) [[unlikely]]
             assignLiteral(text, length);
         else
-            m_word = length == 0 ? 0 : reinterpret_cast<uintptr_t>(copyText(text, length));
+            m_word = length == 0 ? 0 : reinterpret_cast<uintptr_t>(placeText(text, length));
     }
     void assignLiteral(const char* text, size_t length);
     // asLongInt() of the kinds that are not integers.
@@ -163,6 +163,10 @@ private:
     void copyValue(const TNValue& value);
     // A copy of `length` bytes of `text` plus a NUL in the string region.
     static const char* copyText(const char* text, size_t length);
+    // copyText(), or the copy made for the last text placed through this slot's descriptor when
+    // that text was the same: models repeat texts per attribute (a stereotype, boilerplate
+    // documentation), and texts in the region never change, so slots may share them.
+    const char* placeText(const char* text, size_t length) const;
 
     // One of: a 32-bit integer (low half), the bits of a double, a text pointer; 0 reads as 0,
     // 0.0 and the empty text alike.

@@ -90,26 +90,28 @@ TNObject::TNObject(SgxSimplePtr<TNClass> cls, bool /*flag*/) : m_class(cls) {
     ++statisticsTotals.objects;
     const TNClass& owner = *cls;
     const size_t n = owner.m_attributes.size();
-    if (n > 0) {
-        m_attributes = static_cast<TNAttribute*>(TNSchema::primaryMemoryRegion().allocate(
-            n * sizeof(TNAttribute), alignof(TNAttribute)));
-        statisticsTotals.attributeBytes += 16 * n;
-        if (m_attributes == nullptr)
-            SgxAssertion::raise("m_attributes != 0", unitName, 284);
-        for (size_t i = 0; i < n; ++i)
-            (::new (static_cast<void*>(m_attributes + i)) TNAttribute)
-                ->initialize(*owner.m_attributes[i].get());
-    }
-    statisticsTotals.attributes += n;
     const size_t m = owner.m_associations.size();
-    if (m > 0) {
-        m_associations = static_cast<uintptr_t*>(
-            TNSchema::primaryMemoryRegion().allocate(m * sizeof(uintptr_t), alignof(uintptr_t)));
-        if (m_associations == nullptr)
-            SgxAssertion::raise("m_associations != 0", unitName, 304);
-        std::memset(m_associations, 0, m * sizeof(uintptr_t));
-        statisticsTotals.associations += m;
+    if (n + m == 0)
+        return;
+    // One block: the m link words, then the n attribute slots.
+    static_assert(alignof(TNAttribute) == alignof(uintptr_t));
+    void* block = TNSchema::primaryMemoryRegion().allocate(
+        m * sizeof(uintptr_t) + n * sizeof(TNAttribute), alignof(TNAttribute));
+    if (block == nullptr) {
+        // What fails first is the storage of the slots, or of the links for a class without
+        // attributes.
+        if (n > 0)
+            SgxAssertion::raise("m_attributes != 0", unitName, 284);
+        SgxAssertion::raise("m_associations != 0", unitName, 304);
     }
+    std::memset(block, 0, m * sizeof(uintptr_t));
+    m_attributes = reinterpret_cast<TNAttribute*>(static_cast<uintptr_t*>(block) + m);
+    for (size_t i = 0; i < n; ++i)
+        (::new (static_cast<void*>(m_attributes + i)) TNAttribute)
+            ->initialize(*owner.m_attributes[i].get());
+    statisticsTotals.attributeBytes += 16 * n;
+    statisticsTotals.attributes += n;
+    statisticsTotals.associations += m;
 }
 
 TNObject::~TNObject() {
@@ -214,7 +216,7 @@ void TNObject::addAssociation(SgxSimplePtr<TNObject> other, const SgxString& nam
 }
 
 void TNObject::addLink(int32_t slot, TNObject* other) {
-    uintptr_t& word = m_associations[slot];
+    uintptr_t& word = linkWord(slot);
     ++statisticsTotals.links;
     if (word == 0) [[likely]] {
         // Most slots only ever hold one link (an owner): it stays in the word, no node needed.
@@ -238,7 +240,7 @@ void TNObject::addLink(int32_t slot, TNObject* other) {
 }
 
 std::vector<SgxSimplePtr<TNObject>> TNObject::linkedObjects(int32_t slot) const {
-    const uintptr_t word = m_associations[slot];
+    const uintptr_t word = linkWord(slot);
     if (word == 0)
         return {};
     if ((word & singleTag) != 0)
@@ -267,7 +269,7 @@ TNObject::LinkView TNObject::links(const TNAssociation& assoc) const {
         return view;
     }
     const int32_t slot = linkSlot(assoc);
-    const uintptr_t word = m_associations[slot];
+    const uintptr_t word = linkWord(slot);
     if (word == 0)
         return view;
     if ((word & singleTag) != 0) {
@@ -286,7 +288,7 @@ TNObject::LinkView TNObject::links(const TNAssociation& assoc) const {
 size_t TNObject::linkCount(const TNAssociation& assoc) const {
     if (!assoc.isSimple())
         return assoc.count(SgxSimplePtr<TNObject>(const_cast<TNObject*>(this)));
-    const uintptr_t word = m_associations[linkSlot(assoc)];
+    const uintptr_t word = linkWord(linkSlot(assoc));
     if (word == 0)
         return 0;
     if ((word & singleTag) != 0)
@@ -299,7 +301,7 @@ std::vector<SgxSimplePtr<TNObject>> TNObject::objects(std::string_view name) con
 }
 
 SgxSimplePtr<TNObject> TNObject::singleLinkedObject(int32_t slot, std::string_view name) const {
-    const uintptr_t word = m_associations[slot];
+    const uintptr_t word = linkWord(slot);
     if (word == 0)
         return nullptr;
     if ((word & singleTag) != 0)
@@ -358,7 +360,7 @@ void TNObject::donePopulating() {
         return;
     statisticsTotals.associationBytes += 8 * m;
     for (size_t i = 0; i < m; ++i) {
-        uintptr_t& word = m_associations[i];
+        uintptr_t& word = linkWord(static_cast<int32_t>(i));
         if (word == 0)
             continue;
         if ((word & singleTag) != 0) {

@@ -169,7 +169,14 @@ private:
     SgxSimplePtr<TNObject> singleLinkedObject(int32_t slot, std::string_view name) const;
     [[noreturn]] void raiseAssociationNotFound(std::string_view name) const;
 
+    // Link slot `slot`'s word. The words sit just below the attribute slots in one block, slot 0
+    // nearest, so that one pointer reaches both and the header stays two words.
+    uintptr_t& linkWord(int32_t slot) const noexcept {
+        return reinterpret_cast<uintptr_t*>(m_attributes)[-1 - slot];
+    }
+
     SgxSimplePtr<TNClass> m_class;
+    // The first attribute slot; the link words precede it (see linkWord). Null for a class with
+    // neither attributes nor associations.
     TNAttribute* m_attributes = nullptr;
-    uintptr_t* m_associations = nullptr;
 };

@@ -73,6 +73,7 @@ public:
 private:
     friend class TNClass;
     friend class TNObject;
+    friend class TNAttribute;
 
     static constexpr uint32_t kindMask = 0xF;
 
@@ -91,6 +92,11 @@ private:
     // The descriptor's position in m_class's attributes, recorded by TNClass::addAttr (-1 when
     // not made there), so an object of that class finds the slot without a name lookup.
     int32_t m_position = -1;
+    // The text last placed in the string region for a slot of this descriptor, its length and
+    // the region's id (see TNAttribute::placeText). Not part of the descriptor's value.
+    mutable const char* m_lastText = nullptr;
+    mutable size_t m_lastTextLength = 0;
+    mutable uint64_t m_lastTextRegion = 0;
 };
 
 // A fieldless polymorphic class that no operation of the library uses; hosts may derive from it.

@@ -229,10 +229,19 @@ TEST(TNObject, PopulateFreezeUnpopulateAndPopulateAgain) {
             made.push_back(m.make(m.cls, ("C" + std::to_string(i)).c_str()));
             p->associate(made.back(), *m.classes);
         }
+        // A text repeated through one descriptor is placed once; the last text placed does
+        // not outlive its region (the second round starts with a new one).
+        const size_t before = TNSchema::stringMemoryRegion().bytesAllocated();
+        const auto twin1 = m.make(m.cls, "twin");
+        const auto twin2 = m.make(m.cls, "twin");
+        EXPECT_EQ(TNSchema::stringMemoryRegion().bytesAllocated() - before, 5u);
         m.schema.donePopulating();
         ASSERT_EQ(p->objects(*m.classes), made);
         EXPECT_EQ((*made[299])["name"].asString(), "C299");
-        EXPECT_EQ(m.cls->objects().size(), 300u);
+        EXPECT_EQ((*twin1)["name"].asString(), "twin");
+        EXPECT_EQ((*twin2)["name"].asString(), "twin");
+        EXPECT_EQ((*p)["name"].asString(), "p");
+        EXPECT_EQ(m.cls->objects().size(), 302u);
         m.schema.unpopulate();
         EXPECT_TRUE(m.cls->objects().empty());
     }
