@@ -168,9 +168,8 @@ public:
         return (*m_expr)();
     }
     // operator()(object).asBoolean(), through TNValueExpr::test().
-    bool test(const SgxSimplePtr<TNObject>& object) const
-        requires std::is_same_v<Family, TNValueExpr>
-    {
+    bool
+    test(const SgxSimplePtr<TNObject>& object) const requires std::is_same_v<Family, TNValueExpr> {
         m_contextObject->object(object);
         return (*m_expr).test();
     }

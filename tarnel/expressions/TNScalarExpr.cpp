@@ -76,8 +76,8 @@ bool TNRelationalExpr::test() const {
     const TNValueExpr* rhs = m_rhs.get();
     if ((m_op == TNEqual || m_op == TNNotEqual) && lhs != nullptr && rhs != nullptr &&
         typeid(*rhs) == typeid(TNConstantExpr) && typeid(*lhs) == typeid(TNAttrExpr)) {
-        const bool equal = static_cast<const TNAttrExpr&>(*lhs).equals(
-            static_cast<const TNConstantExpr&>(*rhs));
+        const bool equal =
+            static_cast<const TNAttrExpr&>(*lhs).equals(static_cast<const TNConstantExpr&>(*rhs));
         return m_op == TNEqual ? equal : !equal;
     }
     TNValue right = (*m_rhs)();
@@ -203,8 +203,9 @@ bool TNAttrExpr::equals(const TNValue& value, uint64_t stamp) const {
 int64_t TNAttrExpr::literalIndex(const TNEnumType& enumType, const char* text,
                                  uint64_t stamp) const {
     // A type that gained literals since may now name the text.
-    const bool sameText = stamp != 0 ? stamp == m_literalStamp
-                                     : m_literalStamp == 0 && std::strcmp(text, m_literalText.c_str()) == 0;
+    const bool sameText =
+        stamp != 0 ? stamp == m_literalStamp
+                   : m_literalStamp == 0 && std::strcmp(text, m_literalText.c_str()) == 0;
     if (&enumType != m_literalType || enumType.check(m_literalCount) || !sameText) {
         const std::string_view literal(text);
         m_literalIndex = enumType.check(literal) ? static_cast<int64_t>(enumType[literal]) : -1;

@@ -66,8 +66,11 @@ const char* TNAttribute::copyText(const char* text, size_t length) {
 const char* TNAttribute::placeText(const char* text, size_t length) const {
     const TNAttrDesc& desc = *m_desc;
     SgxMemoryRegion& region = TNSchema::stringMemoryRegion();
-    // The region check comes first: the last text is gone once its region is.
+    // The region check comes first: the last text is gone once its region is. Texts of one
+    // attribute that differ (numbered names) mostly differ in their last byte, which is
+    // compared before calling memcmp.
     if (desc.m_lastTextLength == length && desc.m_lastTextRegion == region.id() &&
+        desc.m_lastText[length - 1] == text[length - 1] &&
         std::memcmp(desc.m_lastText, text, length) == 0)
         return desc.m_lastText;
     const char* copy = copyText(text, length);

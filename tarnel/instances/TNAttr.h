@@ -165,7 +165,7 @@ private:
     static const char* copyText(const char* text, size_t length);
     // copyText(), or the copy made for the last text placed through this slot's descriptor when
     // that text was the same: models repeat texts per attribute (a stereotype, boilerplate
-    // documentation), and texts in the region never change, so slots may share them.
+    // documentation), and texts in the region never change, so slots may share them. length > 0.
     const char* placeText(const char* text, size_t length) const;
 
     // One of: a 32-bit integer (low half), the bits of a double, a text pointer; 0 reads as 0,
