@@ -152,36 +152,42 @@ TNObjectSequence TNAssociationExpr::operator()() const {
     return result;
 }
 
+void TNAssociationExpr::forEach(TNObjectVisitor visit) const {
+    const SgxSimplePtr<TNObject> start = (*m_object)();
+    (*m_association).forEach(start, visit);
+}
+
 size_t TNAssociationExpr::count() const {
     const SgxSimplePtr<TNObject> start = (*m_object)();
     return (*m_association).count(start);
 }
 
 TNObjectSequence TNFilterExpr::operator()() const {
-    TNObjectSequence elements = (*m_collection)();
-    size_t kept = 0;
-    for (size_t i = 0; i < elements.size(); ++i)
-        if ((*m_predicate).test(elements[i]))
-            elements[kept++] = elements[i];
-    elements.resize(kept);
-    return elements;
+    TNObjectSequence kept;
+    (*m_collection).forEach([&](const SgxSimplePtr<TNObject>& element) {
+        if ((*m_predicate).test(element))
+            kept.push_back(element);
+        return true;
+    });
+    return kept;
 }
 
 size_t TNFilterExpr::count() const {
-    const TNObjectSequence elements = (*m_collection)();
     size_t kept = 0;
-    for (const SgxSimplePtr<TNObject>& element : elements)
+    (*m_collection).forEach([&](const SgxSimplePtr<TNObject>& element) {
         kept += (*m_predicate).test(element) ? 1 : 0;
+        return true;
+    });
     return kept;
 }
 
 TNObjectSequence TNTraverseExpr::operator()() const {
-    const TNObjectSequence elements = (*m_collection)();
     TNObjectSequence result;
-    for (const SgxSimplePtr<TNObject>& element : elements) {
+    (*m_collection).forEach([&](const SgxSimplePtr<TNObject>& element) {
         const TNObjectSequence part = (*m_path)(element);
         result.insert(result.end(), part.begin(), part.end());
-    }
+        return true;
+    });
     return result;
 }
 
@@ -237,6 +243,8 @@ SgxSimplePtr<TNObject> TNModelExpr::operator()() const {
 }
 
 TNStringSequence TNMapExpr::operator()() const {
+    // Built from the whole sequence, so that the texts are placed once in a vector of the right
+    // size (long results otherwise grow through fresh pages several times).
     const TNObjectSequence elements = (*m_collection)();
     TNStringSequence texts;
     texts.reserve(elements.size());

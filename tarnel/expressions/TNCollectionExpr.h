@@ -50,6 +50,8 @@ public:
     TNObjectSequence operator()() const override;
     // Counts through TNAssociationTraversal::count, gathering no more than the walk needs.
     size_t count() const override;
+    // Visits a one-step traversal's links where they lie (TNAssociationTraversal::forEach).
+    void forEach(TNObjectVisitor visit) const override;
     void prepareForDeletion() const override;
 
     TN_EXPR_FIELD(SgxCyclicPtr<TNAssociationTraversal>, association);

@@ -3,6 +3,13 @@
 // The family bases are abstract through their destructors; these definitions are what derived
 // destructors call, and they anchor the bases' vtables in the library.
 TNValueExpr::~TNValueExpr() = default;
+
+void TNObjectCollectionExpr::forEach(TNObjectVisitor visit) const {
+    const TNObjectSequence elements = (*this)();
+    for (const SgxSimplePtr<TNObject>& element : elements)
+        if (!visit(element))
+            return;
+}
 TNObjectExpr::~TNObjectExpr() = default;
 TNObjectCollectionExpr::~TNObjectCollectionExpr() = default;
 TNStringCollectionExpr::~TNStringCollectionExpr() = default;

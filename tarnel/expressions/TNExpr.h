@@ -25,6 +25,7 @@
 #include "tarnel/core/TNValue.h"
 #include "tarnel/tarnel_export.h"
 
+#include <memory>
 #include <type_traits>
 #include <vector>
 
@@ -65,6 +66,30 @@ public:
     virtual SgxSimplePtr<TNObject> operator()() const = 0;
 };
 
+// A borrowed callable that forEach() hands each element of a sequence in turn; it answers
+// whether to go on. Cheap to pass by value; refers to the callable it was made from, so it is
+// valid while that lives (a lambda written in the call lives until the call returns).
+class TNObjectVisitor {
+public:
+    template <class Fn>
+    requires(!std::is_same_v<std::remove_cvref_t<Fn>, TNObjectVisitor> &&
+             std::is_invocable_r_v<bool, Fn&, const SgxSimplePtr<TNObject>&>)
+        TNObjectVisitor(Fn&& fn)
+    noexcept // NOLINT(google-explicit-constructor): lambdas convert
+        : m_callable(const_cast<void*>(static_cast<const void*>(std::addressof(fn)))),
+          m_call([](void* callable, const SgxSimplePtr<TNObject>& object) {
+              return static_cast<bool>(
+                  (*static_cast<std::remove_reference_t<Fn>*>(callable))(object));
+          }) {}
+    bool operator()(const SgxSimplePtr<TNObject>& object) const {
+        return m_call(m_callable, object);
+    }
+
+private:
+    void* m_callable;
+    bool (*m_call)(void*, const SgxSimplePtr<TNObject>&);
+};
+
 // Nodes yielding a sequence of model objects.
 class TARNEL_API TNObjectCollectionExpr : public SgxObject, public SgxCyclicPtrBody {
 public:
@@ -77,6 +102,11 @@ public:
     // operator()().size(), with the same evaluations and failures. Nodes that can count without
     // building the sequence override it, so that counting (TNCountExpr) stays cheap.
     virtual size_t count() const { return (*this)().size(); }
+    // Hands `visit` the elements of operator()() in order until it answers false, with the same
+    // evaluations and failures as operator()() (all of them, before the first visit). Nodes that
+    // can hand over elements where they lie, evaluating nothing on the way, override it, so
+    // that the nodes consuming a sequence (filter, map, quantifiers) build no copy of it.
+    virtual void forEach(TNObjectVisitor visit) const;
 };
 
 // Nodes yielding a sequence of texts.

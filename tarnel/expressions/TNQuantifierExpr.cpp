@@ -4,12 +4,12 @@
 #include <functional>
 
 TNValue TNQuantifierExpr::quantify(bool whileResult) const {
-    const TNObjectSequence elements = (*m_collection)();
     bool result = whileResult;
-    for (size_t i = 0; i < elements.size() && result == whileResult; ++i) {
-        m_boundVariable->object(elements[i]);
+    (*m_collection).forEach([&](const SgxSimplePtr<TNObject>& element) {
+        m_boundVariable->object(element);
         result = (*m_condition).test();
-    }
+        return result == whileResult;
+    });
     return TNValue(result);
 }
 

@@ -150,6 +150,31 @@ size_t TNAssociationTraversal::count(const SgxSimplePtr<TNObject>& source) const
     return total;
 }
 
+void TNAssociationTraversal::forEach(const SgxSimplePtr<TNObject>& source,
+                                     TNObjectVisitor visit) const {
+    if (m_addToResult && m_condition.isNull() && m_child.isNull() && m_sibling.isNull() &&
+        !m_associationToTraverse.empty()) {
+        TNObject::LinkView linked;
+        {
+            const NestingGuard nesting;
+            const TNObject& object = *source;
+            const TNAssociation* assoc = associationOf(*object.getClass());
+            if (assoc == nullptr)
+                return;
+            linked = object.links(*assoc);
+        }
+        for (const SgxSimplePtr<TNObject>& object : linked)
+            if (!visit(object))
+                return;
+        return;
+    }
+    std::vector<SgxSimplePtr<TNObject>> gathered;
+    traverse(gathered, source);
+    for (const SgxSimplePtr<TNObject>& object : gathered)
+        if (!visit(object))
+            return;
+}
+
 const TNAssociation* TNAssociationTraversal::associationOf(const TNClass& cls) const {
     if (&cls != m_cachedClass) {
         const int32_t index = cls.findAssocIndex(m_associationToTraverse);

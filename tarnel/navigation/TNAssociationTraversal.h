@@ -70,6 +70,11 @@ public:
     // evaluations, limits and exceptions; a last step without a condition counts links instead
     // of gathering them.
     size_t count(const SgxSimplePtr<TNObject>& source) const;
+    // Hands `visit` what traverse() would append for `source`, in order, until it answers false,
+    // with the same evaluations, limits and exceptions (all of them before the first visit). A
+    // single adding step without condition, child or sibling hands over the links where they
+    // lie instead of copying them.
+    void forEach(const SgxSimplePtr<TNObject>& source, TNObjectVisitor visit) const;
 
     // Claims the condition's nodes, then the child and the sibling, so that deleting this node
     // deletes the whole graph below it once.

@@ -53,6 +53,31 @@ TEST(TNAssociationTraversal, BreadthAndDepthFirstOrderSiblingsAndRepetitions) {
     release(root);
 }
 
+TEST(TNAssociationTraversal, ForEachVisitsWhatTraverseGathersAndStopsWhenTold) {
+    Tree t;
+    // A single step (links handed over in place) and a tree (gathered first).
+    auto* step = new TNAssociationTraversal("next", true);
+    auto* tree = new TNAssociationTraversal("next", true);
+    tree->setChild(new TNAssociationTraversal("next", true));
+    for (const TNAssociationTraversal* root : {step, tree}) {
+        for (const TNObject* from : {t.objects[0], t.objects[2], t.objects[4]}) {
+            TNObjectSequence expected;
+            root->traverse(expected, const_cast<TNObject*>(from));
+            TNObjectSequence visited;
+            root->forEach(const_cast<TNObject*>(from), [&](const SgxSimplePtr<TNObject>& o) {
+                visited.push_back(o);
+                return true;
+            });
+            EXPECT_EQ(names(visited), names(expected));
+        }
+        size_t calls = 0;
+        root->forEach(t.objects[0], [&](const SgxSimplePtr<TNObject>&) { return ++calls < 2; });
+        EXPECT_EQ(calls, 2u);
+    }
+    release(step);
+    release(tree);
+}
+
 TEST(TNAssociationTraversal, UnknownRoleAndFalseConditionYieldNothing) {
     Tree t;
     auto* unknown = new TNAssociationTraversal("nope", true);
