@@ -5,6 +5,7 @@
 #include "sgx/general/SgxCountedPtr.h"
 #include "sgx/general/SgxCyclicPtr.h"
 #include "sgx/general/SgxException.h"
+#include "sgx/general/SgxInstanceId.h"
 #include "sgx/general/SgxLogBase.h"
 #include "sgx/general/SgxSimplePtr.h"
 #include "sgx/general/SgxString.h"

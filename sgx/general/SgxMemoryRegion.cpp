@@ -2,7 +2,6 @@
 
 #include "sgx/general/SgxException.h"
 
-#include <atomic>
 #include <new>
 
 #include <sys/mman.h>
@@ -35,8 +34,6 @@ void* mapBlock(size_t bytes) {
 } // namespace
 
 SgxMemoryRegion::SgxMemoryRegion(size_t blockSize, size_t factor) {
-    static std::atomic<uint64_t> regionsMade{0};
-    m_id = regionsMade.fetch_add(1, std::memory_order_relaxed) + 1;
     if (factor == 0)
         factor = 1;
     if (__builtin_mul_overflow(blockSize, factor, &m_blockBytes))

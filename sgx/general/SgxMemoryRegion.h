@@ -10,6 +10,7 @@
 // handed out points into it).
 #pragma once
 
+#include "sgx/general/SgxInstanceId.h"
 #include "sgx/general/sgxgeneral_export.h"
 
 #include <cstddef>
@@ -59,7 +60,7 @@ public:
     // A number no other region made in this process has, not even one made later at the same
     // address: a cache of storage handed out by a region keeps it to know whether that storage
     // is still there.
-    uint64_t id() const noexcept { return m_id; }
+    uint64_t id() const noexcept { return m_id.value(); }
 
 private:
     struct Block;
@@ -76,5 +77,5 @@ private:
     size_t m_bytesReserved = 0;
     size_t m_blockCount = 0;
     Block* m_blocks = nullptr; // every block taken, newest first
-    uint64_t m_id;
+    SgxInstanceId m_id;
 };

@@ -4,7 +4,6 @@
 #include "tarnel/instances/TNObject.h"
 #include "tarnel/metamodel/TNEnumType.h"
 
-#include <atomic>
 #include <cstring>
 #include <string_view>
 #include <typeinfo>
@@ -147,11 +146,6 @@ TNValue TNConversionExpr::operator()() const {
     return result;
 }
 
-uint64_t TNConstantExpr::nextStamp() noexcept {
-    static std::atomic<uint64_t> stamps{0};
-    return stamps.fetch_add(1, std::memory_order_relaxed) + 1;
-}
-
 TNValue TNCountExpr::operator()() const {
     return TNValue(static_cast<int32_t>((*m_collection).count()));
 }
@@ -185,7 +179,7 @@ bool TNAttrExpr::equals(const TNValue& value, uint64_t stamp) const {
         const int32_t index = slot.asLongInt();
         if (enumType != nullptr && index >= 0 &&
             enumType->check(static_cast<unsigned long>(index))) {
-            if (stamp != 0 && stamp == m_literalStamp && enumType == m_literalType &&
+            if (stamp != 0 && stamp == m_literalStamp && enumType->instanceId() == m_literalType &&
                 !enumType->check(m_literalCount)) [[likely]]
                 return index == m_literalIndex;
             return index == literalIndex(*enumType, value.text(), stamp);
@@ -206,13 +200,13 @@ int64_t TNAttrExpr::literalIndex(const TNEnumType& enumType, const char* text,
     const bool sameText =
         stamp != 0 ? stamp == m_literalStamp
                    : m_literalStamp == 0 && std::strcmp(text, m_literalText.c_str()) == 0;
-    if (&enumType != m_literalType || enumType.check(m_literalCount) || !sameText) {
+    if (enumType.instanceId() != m_literalType || enumType.check(m_literalCount) || !sameText) {
         const std::string_view literal(text);
         m_literalIndex = enumType.check(literal) ? static_cast<int64_t>(enumType[literal]) : -1;
         m_literalCount = enumType.values().size();
         m_literalText = stamp != 0 ? SgxString() : SgxString(text);
         m_literalStamp = stamp;
-        m_literalType = &enumType;
+        m_literalType = enumType.instanceId();
     }
     return m_literalIndex;
 }
@@ -222,7 +216,8 @@ TNAttribute& TNAttrExpr::slotOf(TNObject& object) const {
     // reach their slot by position without reading the name at all.
     const TNValueExpr& nameNode = *m_name;
     const bool constantName = typeid(nameNode) == typeid(TNConstantExpr);
-    if (constantName && object.getClass().get() == m_cachedClass &&
+    const TNClass* cls = object.getClass().get();
+    if (constantName && cls != nullptr && cls->instanceId() == m_cachedClass &&
         static_cast<const TNConstantExpr&>(nameNode).stamp() == m_cachedNameStamp) [[likely]]
         return object[*m_cachedDesc];
     return findSlot(object, nameNode, constantName);
@@ -248,14 +243,14 @@ TNAttribute& TNAttrExpr::findSlot(TNObject& object, const TNValueExpr& nameNode,
         text = converted.c_str();
     }
     const TNClass* cls = object.getClass().get();
-    if (stamp == 0 && m_cachedNameStamp == 0 && cls == m_cachedClass &&
-        std::strcmp(text, m_cachedName.c_str()) == 0)
+    if (stamp == 0 && m_cachedNameStamp == 0 && cls != nullptr &&
+        cls->instanceId() == m_cachedClass && std::strcmp(text, m_cachedName.c_str()) == 0)
         return object[*m_cachedDesc];
     TNAttribute& slot = object[std::string_view(text)];
     m_cachedDesc = slot.attrDesc().get();
     m_cachedName = stamp != 0 ? SgxString() : SgxString(text);
     m_cachedNameStamp = stamp;
-    m_cachedClass = cls;
+    m_cachedClass = cls->instanceId();
     return slot;
 }
 

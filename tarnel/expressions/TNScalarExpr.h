@@ -8,6 +8,7 @@
 // enumeration holds 0 after default construction, which is not a valid operator.
 #pragma once
 
+#include "sgx/general/SgxInstanceId.h"
 #include "tarnel/expressions/TNExpr.h"
 
 #include <cstdint>
@@ -142,7 +143,7 @@ public:
     }
 
 private:
-    static uint64_t nextStamp() noexcept;
+    static uint64_t nextStamp() noexcept { return SgxInstanceId::next(); }
 
     TNValue m_value;
     uint64_t m_stamp = nextStamp();
@@ -199,12 +200,14 @@ private:
     // The descriptor of the attribute last read and the class and name it was found for (the
     // name node's stamp when the name is a constant, else its text). Runs of objects of one class
     // then reach their slot by the descriptor's position instead of a name lookup per object.
-    // Descriptors live as long as their class and never move.
-    mutable const TNClass* m_cachedClass = nullptr;
+    // Descriptors live as long as their class and never move. Classes and enumeration types are
+    // known by instance id: one made later at the same address (the same graph evaluated on a
+    // new schema) is another.
+    mutable uint64_t m_cachedClass = 0; // TNClass::instanceId()
     mutable const TNAttrDesc* m_cachedDesc = nullptr;
     mutable uint64_t m_cachedNameStamp = 0;
     mutable SgxString m_cachedName;
-    mutable const TNEnumType* m_literalType = nullptr;
+    mutable uint64_t m_literalType = 0; // TNEnumType::instanceId()
     mutable size_t m_literalCount = 0;
     mutable uint64_t m_literalStamp = 0;
     mutable SgxString m_literalText;

@@ -14,6 +14,7 @@
 // Not thread-safe; the const lookups may update internal caches.
 #pragma once
 
+#include "sgx/general/SgxInstanceId.h"
 #include "sgx/general/SgxSimplePtr.h"
 #include "sgx/general/SgxString.h"
 #include "sgx/persistence/SgxCollectable.h"
@@ -55,6 +56,9 @@ public:
     int compareTo(const RWCollectable* other) const override;
     // The hash of the name, agreeing with isEqual.
     unsigned hash() const override;
+    // This class among all classes ever made in the process (see SgxInstanceId): what caches of
+    // per-class positions compare, since a later class may be made at this one's address.
+    uint64_t instanceId() const noexcept { return m_instanceId.value(); }
 
     // --- Building the metamodel --------------------------------------------------------------
 
@@ -254,4 +258,5 @@ private:
     // Associations replaced in place (owned): handles handed out for them stay valid while the
     // class lives.
     std::vector<SgxSimplePtr<TNAssociation>> m_replacedAssociations;
+    SgxInstanceId m_instanceId;
 };

@@ -6,6 +6,7 @@
 // literal occurs at most once; names compare exactly (case-sensitive, byte order).
 #pragma once
 
+#include "sgx/general/SgxInstanceId.h"
 #include "sgx/general/SgxString.h"
 #include "sgx/persistence/SgxCollectable.h"
 #include "tarnel/core/TNCollectable.h"
@@ -36,6 +37,9 @@ public:
     int compareTo(const RWCollectable* other) const override;
     // The hash of the name, agreeing with isEqual.
     unsigned hash() const override;
+    // This type among all types ever made in the process; a copy is another type (see
+    // SgxInstanceId).
+    uint64_t instanceId() const noexcept { return m_instanceId.value(); }
 
     // Appends `literal` with the next index. Raises TNException (Create, EnumType, DuplicateName)
     // when it is already present; the exception's enumeration type field then holds the literal,
@@ -68,4 +72,5 @@ private:
     TNNameMap<uint32_t> m_literalIndex;
     std::vector<SgxString> m_literals;
     SgxString m_name;
+    SgxInstanceId m_instanceId;
 };

@@ -80,7 +80,7 @@ TNAssociationTraversal::~TNAssociationTraversal() = default;
 
 void TNAssociationTraversal::setAssociationToTraverse(const SgxString& associationToTraverse) {
     m_associationToTraverse = associationToTraverse;
-    m_cachedClass = nullptr;
+    m_cachedClass = 0;
 }
 
 void TNAssociationTraversal::traverse(std::vector<SgxSimplePtr<TNObject>>& result,
@@ -176,11 +176,11 @@ void TNAssociationTraversal::forEach(const SgxSimplePtr<TNObject>& source,
 }
 
 const TNAssociation* TNAssociationTraversal::associationOf(const TNClass& cls) const {
-    if (&cls != m_cachedClass) {
+    if (cls.instanceId() != m_cachedClass) {
         const int32_t index = cls.findAssocIndex(m_associationToTraverse);
         m_cachedAssociation =
             index < 0 ? nullptr : cls.getAssociation(m_associationToTraverse).get();
-        m_cachedClass = &cls;
+        m_cachedClass = cls.instanceId();
     }
     return m_cachedAssociation;
 }
@@ -246,5 +246,5 @@ void TNAssociationTraversal::restoreGuts(RWvistream& stream) {
     m_addToResult = addToResult != 0;
     m_child = restoreLink(stream);
     m_sibling = restoreLink(stream);
-    m_cachedClass = nullptr;
+    m_cachedClass = 0;
 }

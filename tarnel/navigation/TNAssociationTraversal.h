@@ -132,7 +132,8 @@ private:
     // Where the last class seen keeps the association: saves the two name lookups per object
     // that asking the class (associationExists, then objects by name) would cost. Classes and
     // their associations live as long as the schema, and an association's position never moves,
-    // so the entry stays true for as long as objects of that class can be traversed.
-    mutable const TNClass* m_cachedClass = nullptr;
+    // so the entry stays true for as long as objects of that class can be traversed. The class is
+    // known by its instance id: a class made later at the same address is another.
+    mutable uint64_t m_cachedClass = 0; // TNClass::instanceId()
     mutable const TNAssociation* m_cachedAssociation = nullptr;
 };

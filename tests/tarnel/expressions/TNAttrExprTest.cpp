@@ -112,3 +112,41 @@ TEST(TNAttrExpr, ConstantsChangedInPlaceAreReadAgain) {
     delete attr;
     deleteOperandsOf(equal);
 }
+
+TEST(TNAttrExpr, OneGraphReadsSuccessiveSchemas) {
+    // A graph outlives the schemas it reads. Each round's class and enumeration type are likely
+    // made where the last round's were freed, with the attributes and literals in another order:
+    // nothing remembered about the old ones may answer for them.
+    auto* object = new TNObjectVarExpr;
+    TNRelationalExpr isPublic(new TNAttrExpr("visibility", object), TNRelationalExpr::TNEqual,
+                              constant("public"));
+    auto* size = new TNAttrExpr("size", object);
+    auto* selfLinks = new TNAssociationTraversal("b", true);
+    for (int round = 0; round < 8; ++round) {
+        SCOPED_TRACE(round);
+        const bool flip = round % 2 == 1;
+        TNSchema schema;
+        const auto visibility = schema.newEnumType("Visibility");
+        visibility->addName(flip ? "private" : "public");
+        visibility->addName(flip ? "public" : "private");
+        const auto node = schema.newClass("Node");
+        node->addAttr(flip ? "size" : "visibility", flip ? TNAttrInteger : TNAttrEnumeration,
+                      flip ? "" : "Visibility", "");
+        node->addAttr(flip ? "visibility" : "size", flip ? TNAttrEnumeration : TNAttrInteger,
+                      flip ? "Visibility" : "", "");
+        for (const char* role : {flip ? "b" : "a", flip ? "a" : "b"})
+            node->addAssociation(role, "Node", {0, -1}, {0, -1}, std::string(role) + "-back", role);
+        TNObject& o = *node->newObject(false);
+        o["visibility"] = round % 4 < 2 ? "public" : "private";
+        o["size"] = round;
+        for (int i = 0; i <= round; ++i)
+            o.associate(&o, "b");
+        object->object(&o);
+        EXPECT_EQ(isPublic.test(), round % 4 < 2);
+        EXPECT_EQ((*size)().asLongInt(), round);
+        EXPECT_EQ(selfLinks->count(&o), static_cast<size_t>(round + 1));
+    }
+    deleteOperandsOf(isPublic);
+    delete size;
+    delete selfLinks;
+}
