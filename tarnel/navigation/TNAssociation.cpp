@@ -308,15 +308,26 @@ void TNCompoundAssociation::restoreGuts(RWvistream& stream) {
     // its record), so none is freed with the restore's leftovers. Each is taken once, in the
     // order the links reach it.
     std::vector<const TNAssociationTraversal*> pending{root};
+    std::vector<const TNAssociationTraversal*> adopted;
     std::unordered_set<const TNAssociationTraversal*> taken;
-    while (!pending.empty()) {
-        const TNAssociationTraversal* node = pending.back();
-        pending.pop_back();
-        if (node == nullptr || !taken.insert(node).second)
-            continue;
-        rwAdopt(node, this);
-        pending.push_back(node->sibling().get());
-        pending.push_back(node->child().get());
+    try {
+        while (!pending.empty()) {
+            const TNAssociationTraversal* node = pending.back();
+            pending.pop_back();
+            if (node == nullptr || !taken.insert(node).second)
+                continue;
+            rwAdopt(node, this);
+            adopted.push_back(node);
+            pending.push_back(node->sibling().get());
+            pending.push_back(node->child().get());
+        }
+    } catch (...) {
+        // A node another association already keeps: the record is refused. This association
+        // keeps no graph that would delete the nodes it took, so they go here, one by one (no
+        // node owns another before prepareForDeletion runs).
+        for (const TNAssociationTraversal* node : adopted)
+            delete node;
+        throw;
     }
     m_data->traversalSource(source);
     m_data->traversal(root);

@@ -1,5 +1,6 @@
 #include "tarnel/navigation/TNAssociation.h"
 
+#include "rw/RWOrdered.h"
 #include "rw/RWbstream.h"
 #include "tarnel/metamodel/MetamodelTestSupport.h"
 #include "tarnel/navigation/NavigationTestModel.h"
@@ -95,6 +96,44 @@ TEST(TNCompoundAssociation, PersistsSourceAndGraph) {
     m.link(a, {b});
     m.link(b, {m.make("c")});
     EXPECT_EQ(names(restored->objects(a)), "b c");
+}
+
+TEST(TNCompoundAssociation, GraphsSharingANodeAreRefusedWithoutLeaking) {
+    // Two associations saved in one store whose graphs share a node: each graph belongs to one
+    // association, so reading them back fails, and the second association's own nodes go too.
+    auto* shared = new TNAssociationTraversal("next", true);
+    auto* first = new TNAssociationTraversal("", false);
+    first->setChild(shared);
+    auto* second = new TNAssociationTraversal("prev", true);
+    second->setChild(new TNAssociationTraversal("next", true));
+    second->setSibling(shared);
+    TNCompoundAssociation one, two;
+    one.setAssociationTraversal(first);
+    two.setAssociationTraversal(second);
+    RWOrdered both;
+    both.insert(&one);
+    both.insert(&two);
+    std::ostringstream bytes;
+    {
+        RWbostream out(bytes);
+        both.recursiveSaveOn(out);
+    }
+    const std::string data = bytes.str();
+    RWbistream in(data.data(), data.size());
+    RWCollectable* read = nullptr;
+    try {
+        in >> read;
+        ADD_FAILURE() << "restored";
+        delete read;
+    } catch (const SgxException& e) {
+        EXPECT_NE(e.reasonText().find("claimed by two owners"), std::string::npos)
+            << e.reasonText();
+    }
+    EXPECT_EQ(read, nullptr);
+    // `one` deletes its graph, `shared` included; the rest of the second graph is the test's.
+    two.setAssociationTraversal(nullptr);
+    delete second->child().get();
+    delete second;
 }
 
 // Every built-in definition, run on a model that has its classes and role names: Element
