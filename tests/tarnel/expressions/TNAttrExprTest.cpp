@@ -146,7 +146,8 @@ TEST(TNAttrExpr, OneGraphReadsSuccessiveSchemas) {
         EXPECT_EQ((*size)().asLongInt(), round);
         EXPECT_EQ(selfLinks->count(&o), static_cast<size_t>(round + 1));
     }
-    deleteOperandsOf(isPublic);
+    deleteOperandsOf(isPublic); // the variable with it
+    delete size->name().get();
     delete size;
     delete selfLinks;
 }
