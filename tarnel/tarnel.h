@@ -30,6 +30,7 @@
 #include "tarnel/navigation/TNTraversalParser.h"
 
 #include "tarnel/instances/TNAttr.h"
+#include "tarnel/instances/TNLinkView.h"
 #include "tarnel/instances/TNObject.h"
 
 #include "tarnel/expressions/TNCollectionExpr.h"

@@ -261,14 +261,18 @@ std::vector<SgxSimplePtr<TNObject>> TNObject::objects(const TNAssociation& assoc
     return linkedObjects(linkSlot(assoc));
 }
 
-TNObject::LinkView TNObject::links(const TNAssociation& assoc) const {
-    LinkView view;
+TNLinkView TNObject::links(const TNAssociation& assoc) const {
     if (!assoc.isSimple()) {
+        TNLinkView view;
         view.m_copy = objects(assoc);
         view.m_count = view.m_copy.size();
         return view;
     }
-    const int32_t slot = linkSlot(assoc);
+    return linksAt(linkSlot(assoc));
+}
+
+TNLinkView TNObject::linksAt(int32_t slot) const {
+    TNLinkView view;
     const uintptr_t word = linkWord(slot);
     if (word == 0)
         return view;
@@ -288,7 +292,11 @@ TNObject::LinkView TNObject::links(const TNAssociation& assoc) const {
 size_t TNObject::linkCount(const TNAssociation& assoc) const {
     if (!assoc.isSimple())
         return assoc.count(SgxSimplePtr<TNObject>(const_cast<TNObject*>(this)));
-    const uintptr_t word = linkWord(linkSlot(assoc));
+    return linkCountAt(linkSlot(assoc));
+}
+
+size_t TNObject::linkCountAt(int32_t slot) const noexcept {
+    const uintptr_t word = linkWord(slot);
     if (word == 0)
         return 0;
     if ((word & singleTag) != 0)

@@ -26,6 +26,7 @@
 #include "sgx/general/SgxSimplePtr.h"
 #include "sgx/general/SgxString.h"
 #include "tarnel/instances/TNAttr.h"
+#include "tarnel/instances/TNLinkView.h"
 #include "tarnel/metamodel/TNAttrDesc.h"
 #include "tarnel/metamodel/TNClass.h"
 #include "tarnel/tarnel_export.h"
@@ -106,26 +107,9 @@ public:
     // objects(assoc).size() without building the list; raises what objects(assoc) raises.
     size_t linkCount(const TNAssociation& assoc) const;
 
-    // What objects(assoc) gives, as a range that copies nothing when the slot is frozen or holds
-    // one link (every slot after donePopulating); links still being recorded, and what a compound
-    // association computes, are copied into the view. Valid while the object gains no links.
-    class LinkView {
-    public:
-        const SgxSimplePtr<TNObject>* begin() const noexcept {
-            return m_first != nullptr ? m_first : m_copy.empty() ? &m_single : m_copy.data();
-        }
-        const SgxSimplePtr<TNObject>* end() const noexcept { return begin() + m_count; }
-        size_t size() const noexcept { return m_count; }
-
-    private:
-        friend class TNObject;
-        const SgxSimplePtr<TNObject>* m_first = nullptr;
-        size_t m_count = 0;
-        SgxSimplePtr<TNObject> m_single;
-        std::vector<SgxSimplePtr<TNObject>> m_copy;
-    };
+    // What objects(assoc) gives, as a range that copies no link when it can (see TNLinkView).
     // Raises what objects(assoc) raises.
-    LinkView links(const TNAssociation& assoc) const;
+    TNLinkView links(const TNAssociation& assoc) const;
     // The single linked object, or null when there is none. Raises TNException (Access,
     // Association, Invalid) with the role name and the class name when there are several, and
     // what objects() raises.
@@ -145,6 +129,9 @@ public:
 
 private:
     friend class TNClass;
+    // Navigation resolves an association's link slot once per class and reads it through
+    // linkCountAt and linksAt.
+    friend class TNAssociationTraversal;
 
     // The object's first state: the class, empty slots of its attributes, empty link slots.
     // Raises SgxAssertion (unit "TNObject") should a region return no storage.
@@ -163,6 +150,9 @@ private:
     }
     // The link slot of `assoc` in this object's class.
     int32_t linkSlot(const TNAssociation& assoc) const;
+    // linkCount and links of a simple association whose link slot is `slot`.
+    size_t linkCountAt(int32_t slot) const noexcept;
+    TNLinkView linksAt(int32_t slot) const;
     // The slot of the reverse link on `other`, or -1 when none is recorded.
     static int32_t reverseSlot(const SgxSimplePtr<TNObject>& other, const TNAssociation& assoc);
     std::vector<SgxSimplePtr<TNObject>> linkedObjects(int32_t slot) const;

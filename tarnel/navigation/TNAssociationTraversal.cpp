@@ -124,12 +124,12 @@ size_t TNAssociationTraversal::count(const SgxSimplePtr<TNObject>& source) const
                 total += child->count(source);
         } else {
             const TNObject& object = *source;
-            if (const TNAssociation* assoc = associationOf(*object.getClass())) {
+            if (const TNAssociation* assoc = associationOf(object)) {
                 if (child == nullptr) {
-                    const size_t linked = object.linkCount(*assoc);
+                    const size_t linked = linkCount(object, *assoc);
                     total = m_addToResult ? linked : 0;
                 } else {
-                    const TNObject::LinkView linked = object.links(*assoc);
+                    const TNLinkView linked = links(object, *assoc);
                     total = m_addToResult ? linked.size() : 0;
                     for (const SgxSimplePtr<TNObject>& next : linked)
                         total += child->count(next);
@@ -154,14 +154,14 @@ void TNAssociationTraversal::forEach(const SgxSimplePtr<TNObject>& source,
                                      TNObjectVisitor visit) const {
     if (m_addToResult && m_condition.isNull() && m_child.isNull() && m_sibling.isNull() &&
         !m_associationToTraverse.empty()) {
-        TNObject::LinkView linked;
+        TNLinkView linked;
         {
             const NestingGuard nesting;
             const TNObject& object = *source;
-            const TNAssociation* assoc = associationOf(*object.getClass());
+            const TNAssociation* assoc = associationOf(object);
             if (assoc == nullptr)
                 return;
-            linked = object.links(*assoc);
+            linked = links(object, *assoc);
         }
         for (const SgxSimplePtr<TNObject>& object : linked)
             if (!visit(object))
@@ -175,14 +175,26 @@ void TNAssociationTraversal::forEach(const SgxSimplePtr<TNObject>& source,
             return;
 }
 
-const TNAssociation* TNAssociationTraversal::associationOf(const TNClass& cls) const {
+const TNAssociation* TNAssociationTraversal::associationOf(const TNObject& object) const {
+    const TNClass& cls = *object.getClass();
     if (cls.instanceId() != m_cachedClass) {
         const int32_t index = cls.findAssocIndex(m_associationToTraverse);
         m_cachedAssociation =
             index < 0 ? nullptr : cls.getAssociation(m_associationToTraverse).get();
+        m_cachedSlot = m_cachedAssociation != nullptr && m_cachedAssociation->isSimple()
+                           ? object.linkSlot(*m_cachedAssociation)
+                           : -1;
         m_cachedClass = cls.instanceId();
     }
     return m_cachedAssociation;
+}
+
+size_t TNAssociationTraversal::linkCount(const TNObject& object, const TNAssociation& assoc) const {
+    return m_cachedSlot >= 0 ? object.linkCountAt(m_cachedSlot) : object.linkCount(assoc);
+}
+
+TNLinkView TNAssociationTraversal::links(const TNObject& object, const TNAssociation& assoc) const {
+    return m_cachedSlot >= 0 ? object.linksAt(m_cachedSlot) : object.links(assoc);
 }
 
 void TNAssociationTraversal::gatherObjectsToTraverse(std::vector<SgxSimplePtr<TNObject>>& out,
@@ -192,14 +204,11 @@ void TNAssociationTraversal::gatherObjectsToTraverse(std::vector<SgxSimplePtr<TN
         out.push_back(source);
     } else {
         const TNObject& object = *source;
-        const TNAssociation* assoc = associationOf(*object.getClass());
+        const TNAssociation* assoc = associationOf(object);
         if (assoc == nullptr)
             return;
-        std::vector<SgxSimplePtr<TNObject>> linked = object.objects(*assoc);
-        if (out.empty())
-            out.swap(linked);
-        else
-            out.insert(out.end(), linked.begin(), linked.end());
+        const TNLinkView linked = links(object, *assoc);
+        out.insert(out.end(), linked.begin(), linked.end());
     }
     if (m_condition.isNull())
         return;
@@ -207,7 +216,7 @@ void TNAssociationTraversal::gatherObjectsToTraverse(std::vector<SgxSimplePtr<TN
     const TNValueAbsExpr& condition = *m_condition;
     size_t kept = first;
     for (size_t i = first; i < out.size(); ++i)
-        if (condition(out[i]).asBoolean())
+        if (condition.test(out[i]))
             out[kept++] = out[i];
     out.resize(kept);
 }

@@ -22,6 +22,7 @@
 #include "sgx/persistence/SgxCollectable.h"
 #include "tarnel/core/TNCollectable.h"
 #include "tarnel/expressions/TNExpr.h"
+#include "tarnel/instances/TNLinkView.h"
 #include "tarnel/tarnel_export.h"
 
 #include <cstddef>
@@ -119,8 +120,13 @@ private:
     // Appends to `out` the objects this node gathers from `source` (see traverse).
     void gatherObjectsToTraverse(std::vector<SgxSimplePtr<TNObject>>& out,
                                  const SgxSimplePtr<TNObject>& source) const;
-    // The association of `cls` reached through the name, or null; remembered for the last class.
-    const TNAssociation* associationOf(const TNClass& cls) const;
+    // The association of `object`'s class reached through the name, or null; remembered for the
+    // last class, with its link slot.
+    const TNAssociation* associationOf(const TNObject& object) const;
+    // object.linkCount(assoc) and object.links(assoc), for the association associationOf(object)
+    // just gave, through the remembered slot when the association is simple.
+    size_t linkCount(const TNObject& object, const TNAssociation& assoc) const;
+    TNLinkView links(const TNObject& object, const TNAssociation& assoc) const;
 
     SgxString m_associationToTraverse;
     bool m_addToResult = false;
@@ -136,4 +142,5 @@ private:
     // known by its instance id: a class made later at the same address is another.
     mutable uint64_t m_cachedClass = 0; // TNClass::instanceId()
     mutable const TNAssociation* m_cachedAssociation = nullptr;
+    mutable int32_t m_cachedSlot = -1; // -1: no association, or a compound one
 };

@@ -51,7 +51,7 @@ SgxString names(const Objects& objects) {
 }
 
 // The objects a link view shows, by name.
-SgxString names(const TNObject::LinkView& view) {
+SgxString names(const TNLinkView& view) {
     EXPECT_EQ(static_cast<size_t>(view.end() - view.begin()), view.size());
     return names(Objects(view.begin(), view.end()));
 }
