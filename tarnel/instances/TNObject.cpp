@@ -86,32 +86,31 @@ void* TNObject::operator new(size_t size) {
     return TNSchema::primaryMemoryRegion().allocate(size, alignof(TNObject));
 }
 
-TNObject::TNObject(SgxSimplePtr<TNClass> cls, bool /*flag*/) : m_class(cls) {
-    ++statisticsTotals.objects;
-    const TNClass& owner = *cls;
-    const size_t n = owner.m_attributes.size();
-    const size_t m = owner.m_associations.size();
-    if (n + m == 0)
-        return;
-    // One block: the m link words, then the n attribute slots.
-    static_assert(alignof(TNAttribute) == alignof(uintptr_t));
+TNObject* TNObject::create(TNClass& cls, bool /*flag*/) {
+    const size_t n = cls.m_attributes.size();
+    const size_t m = cls.m_associations.size();
+    // One block: the m link words, the object, the n attribute slots (see linkWord and slots).
+    static_assert(sizeof(TNObject) == sizeof(uintptr_t) &&
+                  alignof(TNAttribute) == alignof(TNObject));
     void* block = TNSchema::primaryMemoryRegion().allocate(
-        m * sizeof(uintptr_t) + n * sizeof(TNAttribute), alignof(TNAttribute));
+        m * sizeof(uintptr_t) + sizeof(TNObject) + n * sizeof(TNAttribute), alignof(TNObject));
     if (block == nullptr) {
         // What fails first is the storage of the slots, or of the links for a class without
         // attributes.
-        if (n > 0)
+        if (n > 0 || m == 0)
             SgxAssertion::raise("m_attributes != 0", unitName, 284);
         SgxAssertion::raise("m_associations != 0", unitName, 304);
     }
     std::memset(block, 0, m * sizeof(uintptr_t));
-    m_attributes = reinterpret_cast<TNAttribute*>(static_cast<uintptr_t*>(block) + m);
+    auto* object = ::new (static_cast<uintptr_t*>(block) + m) TNObject(cls);
+    TNAttribute* slots = object->slots();
     for (size_t i = 0; i < n; ++i)
-        (::new (static_cast<void*>(m_attributes + i)) TNAttribute)
-            ->initialize(*owner.m_attributes[i].get());
+        (::new (static_cast<void*>(slots + i)) TNAttribute)->initialize(*cls.m_attributes[i].get());
+    ++statisticsTotals.objects;
     statisticsTotals.attributeBytes += 16 * n;
     statisticsTotals.attributes += n;
     statisticsTotals.associations += m;
+    return object;
 }
 
 TNObject::~TNObject() {
@@ -128,7 +127,7 @@ TNObject::~TNObject() {
 TNObjectStatistics TNObject::statistics() noexcept { return statisticsTotals; }
 
 size_t TNObject::checkedAttrIndex(std::string_view name) const {
-    const TNClass& cls = *m_class;
+    const TNClass& cls = *getClass();
     const int32_t index = cls.findAttrIndex(name);
     // A "fullyQualifiedName" entry may stand for no descriptor (TNClass::attrIndex records one
     // at position 0 for classes without it); it counts only when slot 0 really is that attribute.
@@ -145,23 +144,23 @@ size_t TNObject::checkedAttrIndex(std::string_view name) const {
 }
 
 std::vector<SgxSimplePtr<TNAttribute>> TNObject::attributes() const {
-    const size_t n = m_class.isNull() ? 0 : m_class.get()->attrCount();
+    const size_t n = cls() == nullptr ? 0 : cls()->attrCount();
     std::vector<SgxSimplePtr<TNAttribute>> slots;
     slots.reserve(n);
     for (size_t i = 0; i < n; ++i)
-        slots.emplace_back(m_attributes + i);
+        slots.emplace_back(this->slots() + i);
     return slots;
 }
 
 void TNObject::raiseAssociationNotFound(std::string_view name) const {
     TNException(TNException::Access, TNException::Association, TNException::NameNotFound)
         .setAssoc(SgxString(name))
-        .setClass1(m_class->m_name)
+        .setClass1(cls()->m_name)
         .raise();
 }
 
 int32_t TNObject::linkSlot(const TNAssociation& assoc) const {
-    const TNClass& cls = *m_class;
+    const TNClass& cls = *getClass();
     // The association's own position, when this class holds it there, is the position its other
     // role name has in the index.
     const int32_t cached = assoc.m_slot;
@@ -175,13 +174,13 @@ int32_t TNObject::linkSlot(const TNAssociation& assoc) const {
 }
 
 int32_t TNObject::reverseSlot(const SgxSimplePtr<TNObject>& other, const TNAssociation& assoc) {
-    if (other.get() != nullptr && other.get()->m_class.get() == assoc.m_reverseClass) [[likely]]
+    if (other.get() != nullptr && other.get()->cls() == assoc.m_reverseClass) [[likely]]
         return assoc.m_reverseSlot;
     const TNClass& declared = *assoc.m_otherClass;
     const int32_t declaredSlot = declared.findAssocIndex(assoc.m_roleName);
     if (declaredSlot < 0)
         return -1;
-    const TNClass& target = *other->m_class;
+    const TNClass& target = *other->getClass();
     if (&target != &declared)
         return target.assocIndex(assoc.m_roleName);
     // Index keys and positions never change, so this holds until the role name or the other
@@ -204,7 +203,7 @@ void TNObject::associate(SgxSimplePtr<TNObject> other, const TNAssociation& asso
 }
 
 void TNObject::associate(SgxSimplePtr<TNObject> other, std::string_view name) {
-    const TNClass& cls = *m_class;
+    const TNClass& cls = *getClass();
     const int32_t slot = cls.findAssocIndex(name);
     if (slot < 0)
         raiseAssociationNotFound(name);
@@ -212,7 +211,7 @@ void TNObject::associate(SgxSimplePtr<TNObject> other, std::string_view name) {
 }
 
 void TNObject::addAssociation(SgxSimplePtr<TNObject> other, const SgxString& name) {
-    addLink(m_class->assocIndex(name), other.get());
+    addLink(getClass()->assocIndex(name), other.get());
 }
 
 void TNObject::addLink(int32_t slot, TNObject* other) {
@@ -305,7 +304,7 @@ size_t TNObject::linkCountAt(int32_t slot) const noexcept {
 }
 
 std::vector<SgxSimplePtr<TNObject>> TNObject::objects(std::string_view name) const {
-    return objects(*m_class->getAssociation(name));
+    return objects(*getClass()->getAssociation(name));
 }
 
 SgxSimplePtr<TNObject> TNObject::singleLinkedObject(int32_t slot, std::string_view name) const {
@@ -320,7 +319,7 @@ SgxSimplePtr<TNObject> TNObject::singleLinkedObject(int32_t slot, std::string_vi
         return (word & listTag) != 0 ? listHead(word)->object : arrayElements(word)->get();
     TNException(TNException::Access, TNException::Association, TNException::Invalid)
         .setAssoc(SgxString(name))
-        .setClass1(m_class->m_name)
+        .setClass1(cls()->m_name)
         .raise();
 }
 
@@ -331,20 +330,20 @@ SgxSimplePtr<TNObject> TNObject::object(const TNAssociation& assoc) const {
     if (found.size() > 1)
         TNException(TNException::Access, TNException::Association, TNException::Invalid)
             .setAssoc(assoc.m_otherRoleName)
-            .setClass1(m_class->m_name)
+            .setClass1(cls()->m_name)
             .raise();
     return found.empty() ? nullptr : found.front();
 }
 
 SgxSimplePtr<TNObject> TNObject::object(std::string_view name) const {
-    const SgxSimplePtr<TNAssociation> assoc = m_class->getAssociation(name);
+    const SgxSimplePtr<TNAssociation> assoc = getClass()->getAssociation(name);
     if (assoc->isSimple())
         return singleLinkedObject(linkSlot(*assoc), name);
     const auto found = objects(*assoc);
     if (found.size() > 1)
         TNException(TNException::Access, TNException::Association, TNException::Invalid)
             .setAssoc(SgxString(name))
-            .setClass1(m_class->m_name)
+            .setClass1(cls()->m_name)
             .raise();
     return found.empty() ? nullptr : found.front();
 }
@@ -352,15 +351,15 @@ SgxSimplePtr<TNObject> TNObject::object(std::string_view name) const {
 bool TNObject::getObject(const SgxString& text) const {
     const TNValue value(text);
     // Eight at most, and never past the class's slots.
-    const size_t n = std::min<size_t>(8, m_class.isNull() ? 0 : m_class.get()->attrCount());
+    const size_t n = std::min<size_t>(8, cls() == nullptr ? 0 : cls()->attrCount());
     for (size_t i = 0; i < n; ++i)
-        if (m_attributes[i] == value)
+        if (slots()[i] == value)
             return true;
     return false;
 }
 
 void TNObject::donePopulating() {
-    const TNClass& cls = *m_class;
+    const TNClass& cls = *getClass();
     // Attribute slots need no freezing (see TNAttribute::donePopulating), so only links are
     // touched here.
     const size_t m = cls.m_associations.size();

@@ -2,10 +2,11 @@
 // of its class in the class's index order, and one link slot per association of its class.
 //
 // Ownership: objects, their slots and their links live in the schema's process-wide memory
-// regions and are never freed one by one: TNClass::newObject places them there (this class's
-// operator new takes the primary region; operator delete does nothing) and the regions go when
-// the schema is unpopulated or destroyed. Handles to objects borrow. Copies are shallow: a copy
-// shares the slots of its original.
+// regions and are never freed one by one: TNClass::newObject places each object with its link
+// words and slots in one block of the primary region (this class's operator new, for objects a
+// host makes, takes the primary region too; operator delete does nothing), and the regions go
+// when the schema is unpopulated or destroyed. Handles to objects borrow. Copies are shallow: a
+// copy shares the class, slots and links of its original, and is valid as long as it is.
 //
 // Life cycle: created by TNClass::newObject, filled by the host (operator[] and TNAttribute
 // assignment, associate), frozen by donePopulating() when the schema is, then read.
@@ -15,8 +16,8 @@
 // address tagged in bit 0, which is how most slots (an owner) stay for good, with no node and no
 // array; a list of nodes in the temporary region, newest first, tagged in bit 1 (prepending is
 // one node and no copy); a frozen array in the primary region, oldest first, with the element
-// count in the word before the first element. The word array itself is taken from the primary
-// region when the object is made, and freezing rewrites lists into arrays in place. Since the
+// count in the word before the first element. The words sit in the object's block, and freezing
+// rewrites lists into arrays in place. Since the
 // word tells its own state, an object made or linked after the schema was frozen still reads
 // correctly (its new links form a list until the schema is frozen again). Callers see links
 // oldest first in every state, and the statistics count the figures of the plain layout (list
@@ -58,9 +59,12 @@ public:
 
     // No class and no slots; only a target of assignment.
     TNObject() noexcept = default;
-    // Shallow: the copy shares the original's slots.
-    TNObject(const TNObject&) noexcept = default;
-    TNObject& operator=(const TNObject&) noexcept = default;
+    // Shallow: the copy shares the original's class, slots and links.
+    TNObject(const TNObject& other) noexcept : m_word(other.copyWord()) {}
+    TNObject& operator=(const TNObject& other) noexcept {
+        m_word = other.copyWord();
+        return *this;
+    }
     // The first destruction of any object in the process writes the statistics file (named by the
     // environment variable TARNEL_OBJECTCOUNT_FILE, else objectcount.txt in the temporary
     // directory): seven labelled lines of the totals of statistics(). A failure to write is
@@ -70,20 +74,20 @@ public:
     // Identity: the same object.
     bool operator==(const TNObject& other) const noexcept { return this == &other; }
 
-    SgxSimplePtr<TNClass> getClass() const noexcept { return m_class; }
+    SgxSimplePtr<TNClass> getClass() const noexcept { return cls(); }
 
     // The slot of attribute `name`. Raises TNException (Access, AttrDescriptor, NameNotFound) with
     // the attribute name and the class name (class 1) when the class has no such attribute,
     // "fullyQualifiedName" included.
-    TNAttribute& operator[](std::string_view name) { return m_attributes[checkedAttrIndex(name)]; }
+    TNAttribute& operator[](std::string_view name) { return slots()[checkedAttrIndex(name)]; }
     const TNAttribute& operator[](std::string_view name) const {
-        return m_attributes[checkedAttrIndex(name)];
+        return slots()[checkedAttrIndex(name)];
     }
     // The slot of the descriptor's attribute: found by identity when the descriptor belongs to
     // this object's class, else by the descriptor's name (raising as above).
-    TNAttribute& operator[](const TNAttrDesc& desc) { return m_attributes[attrIndexOf(desc)]; }
+    TNAttribute& operator[](const TNAttrDesc& desc) { return slots()[attrIndexOf(desc)]; }
     const TNAttribute& operator[](const TNAttrDesc& desc) const {
-        return m_attributes[attrIndexOf(desc)];
+        return slots()[attrIndexOf(desc)];
     }
     // Handles to every slot, in slot order (borrowed: the slots belong to the object).
     std::vector<SgxSimplePtr<TNAttribute>> attributes() const;
@@ -133,9 +137,11 @@ private:
     // linkCountAt and linksAt.
     friend class TNAssociationTraversal;
 
-    // The object's first state: the class, empty slots of its attributes, empty link slots.
-    // Raises SgxAssertion (unit "TNObject") should a region return no storage.
-    TNObject(SgxSimplePtr<TNClass> cls, bool flag);
+    // A new object of `cls` in the primary region, in its first state: empty slots of its
+    // attributes, empty link slots. Raises SgxAssertion (unit "TNObject") should the region
+    // return no storage.
+    static TNObject* create(TNClass& cls, bool flag);
+    explicit TNObject(TNClass& cls) noexcept : m_word(reinterpret_cast<uintptr_t>(&cls)) {}
 
     // Adds one link to the slot of role `name` (raising for an unknown one).
     void addAssociation(SgxSimplePtr<TNObject> other, const SgxString& name);
@@ -144,7 +150,7 @@ private:
     size_t checkedAttrIndex(std::string_view name) const;
     size_t attrIndexOf(const TNAttrDesc& desc) const {
         // A descriptor of this class knows its position; positions never move.
-        if (desc.m_class.get() == m_class.get() && desc.m_position >= 0) [[likely]]
+        if (desc.m_class.get() == cls() && desc.m_position >= 0) [[likely]]
             return static_cast<size_t>(desc.m_position);
         return checkedAttrIndex(desc.m_name);
     }
@@ -159,14 +165,26 @@ private:
     SgxSimplePtr<TNObject> singleLinkedObject(int32_t slot, std::string_view name) const;
     [[noreturn]] void raiseAssociationNotFound(std::string_view name) const;
 
-    // Link slot `slot`'s word. The words sit just below the attribute slots in one block, slot 0
-    // nearest, so that one pointer reaches both and the header stays two words.
+    // Layout. An object made by its class is one block of the primary region: its link words
+    // (slot 0 nearest), the object's one word, its attribute slots. So the object reaches both
+    // without a pointer, and the word holds the class. A copy (made by the host, anywhere) holds
+    // the address of the object it copies, tagged in bit 0, and reads the original's block; a
+    // default-constructed object holds 0 (no class, no slots).
+    static constexpr uintptr_t copyTag = 1;
+    const TNObject* original() const noexcept {
+        return (m_word & copyTag) != 0 ? reinterpret_cast<const TNObject*>(m_word & ~copyTag)
+                                       : this;
+    }
+    uintptr_t copyWord() const noexcept {
+        return m_word == 0 ? 0 : reinterpret_cast<uintptr_t>(original()) | copyTag;
+    }
+    TNClass* cls() const noexcept { return reinterpret_cast<TNClass*>(original()->m_word); }
+    TNAttribute* slots() const noexcept {
+        return reinterpret_cast<TNAttribute*>(const_cast<TNObject*>(original()) + 1);
+    }
     uintptr_t& linkWord(int32_t slot) const noexcept {
-        return reinterpret_cast<uintptr_t*>(m_attributes)[-1 - slot];
+        return reinterpret_cast<uintptr_t*>(const_cast<TNObject*>(original()))[-1 - slot];
     }
 
-    SgxSimplePtr<TNClass> m_class;
-    // The first attribute slot; the link words precede it (see linkWord). Null for a class with
-    // neither attributes nor associations.
-    TNAttribute* m_attributes = nullptr;
+    uintptr_t m_word = 0;
 };

@@ -316,7 +316,7 @@ void TNClass::taggedValueDefault(const SgxString& name, const TNValue& value) {
 }
 
 SgxSimplePtr<TNObject> TNClass::newObject(bool flag) {
-    const SgxSimplePtr<TNObject> object(new TNObject(this, flag));
+    const SgxSimplePtr<TNObject> object(TNObject::create(*this, flag));
     m_objects.push_back(object);
     return object;
 }

@@ -75,6 +75,19 @@ TEST(TNObject, SlotsFollowTheClassAndUnknownAttributesRaise) {
     TNObject copy = *p; // shallow
     EXPECT_EQ(&copy["name"], slots[0].get());
     EXPECT_FALSE(copy == *p);
+    // A copy of a copy, and a default object assigned one, still read the original's class,
+    // slots and links.
+    const auto c = m.make(m.cls, "c");
+    p->associate(c, *m.classes);
+    TNObject empty;
+    EXPECT_TRUE(empty.getClass().isNull());
+    EXPECT_TRUE(empty.attributes().empty());
+    empty = TNObject(copy);
+    for (const TNObject* o : {&copy, &empty}) {
+        EXPECT_EQ(o->getClass(), m.package);
+        EXPECT_EQ(&(*o)["name"], slots[0].get());
+        EXPECT_EQ(names(o->objects(*m.classes)), "c");
+    }
 
     // Unknown attributes raise with the class name.
     const TNObject& constP = *p;
