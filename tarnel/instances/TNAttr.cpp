@@ -22,11 +22,6 @@ constexpr int32_t stringLine = 997;
 constexpr int32_t booleanLine = 1011;
 constexpr int32_t valueLine = 1047;
 
-bool isIntegerKind(TNAttrType kind) {
-    return kind == TNAttrEnumeration || kind == TNAttrInteger || kind == TNAttrBoolean ||
-           kind == TNAttrLong;
-}
-
 // Reads a text as C atol does (blanks, optional sign, digits), clamped to 32 bits.
 int32_t parseInteger(const char* text) {
     while (std::isspace(static_cast<unsigned char>(*text)))
@@ -255,12 +250,10 @@ int32_t TNAttribute::convertedLongInt() const {
 }
 
 bool TNAttribute::asBoolean() const {
-    switch (type()) {
-    case TNAttrEnumeration:
-    case TNAttrInteger:
-    case TNAttrBoolean:
-    case TNAttrLong:
+    const TNAttrType kind = type();
+    if (isIntegerKind(kind))
         return intValue() != 0;
+    switch (kind) {
     case TNAttrReal: {
         const double value = realValue();
         return value == value && value != 0.0; // false for NaN
@@ -273,12 +266,10 @@ bool TNAttribute::asBoolean() const {
 }
 
 double TNAttribute::asDouble() const {
-    switch (type()) {
-    case TNAttrEnumeration:
-    case TNAttrInteger:
-    case TNAttrBoolean:
-    case TNAttrLong:
+    const TNAttrType kind = type();
+    if (isIntegerKind(kind))
         return intValue();
+    switch (kind) {
     case TNAttrReal:
         return realValue();
     case TNAttrString:

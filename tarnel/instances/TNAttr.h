@@ -122,17 +122,7 @@ public:
     // enumerations give their literal name as text (raising what TNEnumType raises for a bad
     // index); reals render "0.0" when zero and "%f" otherwise; integers "%d"; truth values
     // "true"/"false"; an unknown kind gives 0, 0.0, false and the empty text.
-    int32_t asLongInt() const {
-        switch (type()) {
-        case TNAttrEnumeration:
-        case TNAttrInteger:
-        case TNAttrBoolean:
-        case TNAttrLong:
-            return intValue();
-        default:
-            return convertedLongInt();
-        }
-    }
+    int32_t asLongInt() const { return isIntegerKind(type()) ? intValue() : convertedLongInt(); }
     bool asBoolean() const;
     double asDouble() const;
     SgxString asString() const;
@@ -142,6 +132,11 @@ public:
     void donePopulating() noexcept {}
 
 private:
+    // The kinds held as a 32-bit integer in the slot word.
+    static constexpr bool isIntegerKind(TNAttrType kind) noexcept {
+        return kind == TNAttrEnumeration || kind == TNAttrInteger || kind == TNAttrBoolean ||
+               kind == TNAttrLong;
+    }
     void setInt(int32_t value) noexcept { m_word = static_cast<uint32_t>(value); }
     int32_t intValue() const noexcept {
         return static_cast<int32_t>(static_cast<uint32_t>(m_word));

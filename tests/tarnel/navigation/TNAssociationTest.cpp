@@ -1,5 +1,6 @@
 #include "tarnel/navigation/TNAssociation.h"
 
+#include "rw/RWTestSupport.h"
 #include "rw/RWbstream.h"
 #include "tarnel/instances/TNObject.h"
 #include "tarnel/metamodel/MetamodelTestSupport.h"
@@ -157,16 +158,8 @@ TEST(TNAssociation, SavedAndRestoredKeepsFieldsAndClassesButNoTaggedValues) {
     const auto self = d.a->addAssociation("loop", "A", {2, 3}, {4, 5}, "from", "to");
     self->setIsDiagramItem(true);
     self->taggedValue("alias", TNValue("x"));
-    std::ostringstream bytes;
-    {
-        RWbostream out(bytes);
-        self->recursiveSaveOn(out);
-    }
-    const std::string data = bytes.str();
-    RWbistream in(data.data(), data.size());
-    RWCollectable* read = nullptr;
-    in >> read;
-    std::unique_ptr<TNAssociation> restored(dynamic_cast<TNAssociation*>(read));
+    std::unique_ptr<TNAssociation> restored(
+        dynamic_cast<TNAssociation*>(restoreFrom(storeToBytes(*self))));
     ASSERT_NE(restored, nullptr);
     EXPECT_TRUE(restored->isSimple());
     EXPECT_EQ(restored->name(), "loop");

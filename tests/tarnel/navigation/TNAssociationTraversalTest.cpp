@@ -1,5 +1,6 @@
 #include "tarnel/navigation/TNAssociationTraversal.h"
 
+#include "rw/RWTestSupport.h"
 #include "rw/RWbstream.h"
 #include "tarnel/navigation/NavigationTestModel.h"
 #include "tarnel/navigation/TNBuiltinAssociations.h"
@@ -131,12 +132,7 @@ TEST(TNAssociationTraversal, PersistsLinksButNotConditionOrDepthFirst) {
     TNAssociationTraversal* root =
         tnParseTraversal("top: [] -> ( [x] { class current = \"C\" } -> @top; [y] )");
     root->setDepthFirstEvaluation(true);
-    std::ostringstream bytes;
-    {
-        RWbostream out(bytes);
-        root->recursiveSaveOn(out);
-    }
-    const std::string data = bytes.str();
+    const std::string data = storeToBytes(*root);
     RWbistream stream(data.data(), data.size());
     TNAssociationTraversal restored;
     restored.recursiveRestoreFrom(stream);

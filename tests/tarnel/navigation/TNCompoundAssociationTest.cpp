@@ -1,6 +1,7 @@
 #include "tarnel/navigation/TNAssociation.h"
 
 #include "rw/RWOrdered.h"
+#include "rw/RWTestSupport.h"
 #include "rw/RWbstream.h"
 #include "tarnel/metamodel/MetamodelTestSupport.h"
 #include "tarnel/navigation/NavigationTestModel.h"
@@ -75,15 +76,7 @@ TEST(TNCompoundAssociation, PersistsSourceAndGraph) {
     saved.setOtherRoleName("reach");
     saved.setTraversalSource("top: [] -> [next] -> @top");
     saved.setAssociationTraversal(tnParseTraversal("top: [] -> [next] -> @top"));
-    std::ostringstream bytes;
-    {
-        RWbostream out(bytes);
-        saved.recursiveSaveOn(out);
-    }
-    const std::string data = bytes.str();
-    RWbistream in(data.data(), data.size());
-    RWCollectable* read = nullptr;
-    in >> read;
+    RWCollectable* read = restoreFrom(storeToBytes(saved));
     std::unique_ptr<RWCollectable> owner(read);
     auto* restored = dynamic_cast<TNCompoundAssociation*>(read);
     ASSERT_NE(restored, nullptr);
@@ -113,16 +106,10 @@ TEST(TNCompoundAssociation, GraphsSharingANodeAreRefusedWithoutLeaking) {
     RWOrdered both;
     both.insert(&one);
     both.insert(&two);
-    std::ostringstream bytes;
-    {
-        RWbostream out(bytes);
-        both.recursiveSaveOn(out);
-    }
-    const std::string data = bytes.str();
-    RWbistream in(data.data(), data.size());
+    const std::string data = storeToBytes(both);
     RWCollectable* read = nullptr;
     try {
-        in >> read;
+        read = restoreFrom(data);
         ADD_FAILURE() << "restored";
         delete read;
     } catch (const SgxException& e) {
