@@ -69,23 +69,27 @@ public:
 // A borrowed callable that forEach() hands each element of a sequence in turn; it answers
 // whether to go on. Cheap to pass by value; refers to the callable it was made from, so it is
 // valid while that lives (a lambda written in the call lives until the call returns).
+class TNObjectVisitor;
+template <class Fn>
+concept TNObjectVisiting = !std::is_same_v<std::remove_cvref_t<Fn>, TNObjectVisitor> &&
+                           std::is_invocable_r_v<bool, Fn&, const SgxSimplePtr<TNObject>&>;
+
 class TNObjectVisitor {
 public:
-    template <class Fn>
-    requires(!std::is_same_v<std::remove_cvref_t<Fn>, TNObjectVisitor> &&
-             std::is_invocable_r_v<bool, Fn&, const SgxSimplePtr<TNObject>&>)
-        TNObjectVisitor(Fn&& fn)
-    noexcept // NOLINT(google-explicit-constructor): lambdas convert
+    template <TNObjectVisiting Fn>
+    TNObjectVisitor(Fn&& fn) noexcept // NOLINT(google-explicit-constructor): lambdas convert
         : m_callable(const_cast<void*>(static_cast<const void*>(std::addressof(fn)))),
-          m_call([](void* callable, const SgxSimplePtr<TNObject>& object) {
-              return static_cast<bool>(
-                  (*static_cast<std::remove_reference_t<Fn>*>(callable))(object));
-          }) {}
+          m_call(&call<std::remove_reference_t<Fn>>) {}
     bool operator()(const SgxSimplePtr<TNObject>& object) const {
         return m_call(m_callable, object);
     }
 
 private:
+    template <class Callable>
+    static bool call(void* callable, const SgxSimplePtr<TNObject>& object) {
+        return static_cast<bool>((*static_cast<Callable*>(callable))(object));
+    }
+
     void* m_callable;
     bool (*m_call)(void*, const SgxSimplePtr<TNObject>&);
 };
@@ -197,9 +201,9 @@ public:
         m_contextObject->object(object);
         return (*m_expr)();
     }
-    // operator()(object).asBoolean(), through TNValueExpr::test().
-    bool
-    test(const SgxSimplePtr<TNObject>& object) const requires std::is_same_v<Family, TNValueExpr> {
+    // operator()(object).asBoolean(), through TNValueExpr::test(). Value abstractions only.
+    bool test(const SgxSimplePtr<TNObject>& object) const {
+        static_assert(std::is_same_v<Family, TNValueExpr>, "only a value abstraction tests");
         m_contextObject->object(object);
         return (*m_expr).test();
     }
