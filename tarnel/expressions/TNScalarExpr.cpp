@@ -161,14 +161,30 @@ TNValue TNAttrExpr::operator()() const {
     return slot.value();
 }
 
-bool TNAttrExpr::equals(const TNValue& value) const { return equals(value, 0); }
+bool TNAttrExpr::equals(const TNValue& value) const { return equalsFor((*m_object)(), value, 0); }
 
 bool TNAttrExpr::equals(const TNConstantExpr& constant) const {
-    return equals(constant.constant(), constant.stamp());
+    const SgxSimplePtr<TNObject> object = (*m_object)();
+    const LiteralTest& test = m_literalTest;
+    if (const TNObject* o = object.get(); o != nullptr && test.desc != nullptr) {
+        const TNClass* cls = o->getClass().get();
+        const TNValueExpr& nameNode = *m_name;
+        if (cls != nullptr && cls->instanceId() == test.classId &&
+            constant.stamp() == test.constantStamp && typeid(nameNode) == typeid(TNConstantExpr) &&
+            static_cast<const TNConstantExpr&>(nameNode).stamp() == test.nameStamp &&
+            test.desc->type() == TNAttrEnumeration &&
+            test.desc->enumType().get() == test.enumType &&
+            !test.enumType->check(test.literalCount)) [[likely]] {
+            const int32_t index = (*o)[*test.desc].asLongInt();
+            if (index >= 0 && test.enumType->check(static_cast<unsigned long>(index)))
+                return index == test.literalIndex;
+        }
+    }
+    return equalsFor(object, constant.constant(), constant.stamp());
 }
 
-bool TNAttrExpr::equals(const TNValue& value, uint64_t stamp) const {
-    const SgxSimplePtr<TNObject> object = (*m_object)();
+bool TNAttrExpr::equalsFor(const SgxSimplePtr<TNObject>& object, const TNValue& value,
+                           uint64_t stamp) const {
     const TNAttribute& slot = slotOf(*object);
     const TNAttrType type = slot.type();
     if (type == TNAttrEnumeration && value.text() != nullptr) {
@@ -179,10 +195,11 @@ bool TNAttrExpr::equals(const TNValue& value, uint64_t stamp) const {
         const int32_t index = slot.asLongInt();
         if (enumType != nullptr && index >= 0 &&
             enumType->check(static_cast<unsigned long>(index))) {
-            if (stamp != 0 && stamp == m_literalStamp && enumType->instanceId() == m_literalType &&
-                !enumType->check(m_literalCount)) [[likely]]
-                return index == m_literalIndex;
-            return index == literalIndex(*enumType, value.text(), stamp);
+            const int64_t literal = literalIndex(*enumType, value.text(), stamp);
+            if (stamp != 0 && m_cachedNameStamp != 0)
+                m_literalTest = {m_cachedClass, m_cachedNameStamp, stamp,  m_cachedDesc,
+                                 enumType,      m_literalCount,    literal};
+            return index == literal;
         }
     }
     if (type != TNAttrEnumeration && type != TNAttrString)

@@ -191,8 +191,10 @@ private:
     TNAttribute& slotOf(TNObject& object) const;
     // slotOf() when the cache does not answer: finds the slot by name and remembers it.
     TNAttribute& findSlot(TNObject& object, const TNValueExpr& nameNode, bool constantName) const;
-    // equals() for a value that a constant with `stamp` holds, or for any value when `stamp` is 0.
-    bool equals(const TNValue& value, uint64_t stamp) const;
+    // equals() of `object`'s attribute (the object operand having yielded it) and a value that a
+    // constant with `stamp` holds, or any value when `stamp` is 0.
+    bool equalsFor(const SgxSimplePtr<TNObject>& object, const TNValue& value,
+                   uint64_t stamp) const;
     // The index of literal `text` in `enumType`, or -1 when it names none; remembered for the
     // last type and text asked (by the text's stamp when it has one, else by the text).
     int64_t literalIndex(const TNEnumType& enumType, const char* text, uint64_t stamp) const;
@@ -212,4 +214,17 @@ private:
     mutable uint64_t m_literalStamp = 0;
     mutable SgxString m_literalText;
     mutable int64_t m_literalIndex = -1;
+    // What equals(constant) settled for the last enumeration slot it compared with a literal
+    // named by a constant, when the attribute name is a constant too: objects of that class then
+    // cost one slot read while the class, both stamps and the type's literals stay the same.
+    struct LiteralTest {
+        uint64_t classId = 0;
+        uint64_t nameStamp = 0;
+        uint64_t constantStamp = 0;
+        const TNAttrDesc* desc = nullptr;
+        const TNEnumType* enumType = nullptr;
+        size_t literalCount = 0;
+        int64_t literalIndex = -1;
+    };
+    mutable LiteralTest m_literalTest;
 };
