@@ -7,6 +7,7 @@
 #include "tarnel/metamodel/TNSchema.h"
 
 #include <algorithm>
+#include <cstring>
 #include <typeinfo>
 #include <unordered_set>
 #include <utility>
@@ -79,37 +80,78 @@ void sortRuns(TNObjectSequence& seq, size_t first, size_t last, const SortKeys& 
     sortRange(seq, runStart, last, keys, k + 1);
 }
 
-// The sort of an attribute key: each key evaluated once, in order. False (and nothing sorted)
-// when an evaluation raises, so that the caller's evaluation order decides what is raised.
-bool sortByAttributeKey(TNObjectSequence& seq, size_t first, size_t last, const SortKeys& keys,
-                        size_t k) {
-    const TNSortExpr::SortKey& key = keys[k];
-    const TNValueAbsExpr& abs = *key.key;
-    std::vector<TNValue> values;
-    values.reserve(last - first);
-    try {
-        for (size_t i = first; i < last; ++i)
-            values.push_back(abs(seq[i]));
-    } catch (...) {
-        return false;
-    }
+// Sorts seq[first, last) by key k whose values, one per element in order, are `values` (`less`
+// and `equal` compare two of them), then each run of equal values by the next keys.
+template <class Value, class Less, class Equal>
+void sortByValues(TNObjectSequence& seq, size_t first, size_t last, const SortKeys& keys, size_t k,
+                  const std::vector<Value>& values, Less less, Equal equal) {
     struct Item {
-        const TNValue* value;
+        const Value* value;
         TNObject* object;
     };
     std::vector<Item> items(last - first);
     for (size_t i = first; i < last; ++i)
         items[i - first] = {&values[i - first], seq[i].get()};
-    mergeSort(items, 0, items.size(),
-              [&](const Item& a, const Item& b) { return ordered(key, *a.value, *b.value); });
+    const bool ascending = keys[k].ascending;
+    mergeSort(items, 0, items.size(), [&](const Item& a, const Item& b) {
+        return ascending ? less(*a.value, *b.value) : less(*b.value, *a.value);
+    });
     for (size_t i = first; i < last; ++i)
         seq[i] = items[i - first].object;
-    // The walk binds the variable to each element in turn, as evaluating the key would.
-    TNObjectVarExpr& variable = *abs.contextObject();
-    sortRuns(seq, first, last, keys, k, [&](size_t i) {
+    // Runs of equal keys are sorted by the next key, as sortRuns does, reading the values in
+    // place. The walk binds the variable to each element in turn, as evaluating the key would.
+    // Sorting a run only moves elements before the walk's position, whose values are the run's.
+    TNObjectVarExpr& variable = *keys[k].key->contextObject();
+    variable.object(seq[first]);
+    size_t runStart = first;
+    for (size_t i = first + 1; i < last; ++i) {
         variable.object(seq[i]);
-        return *items[i - first].value;
-    });
+        if (!equal(*items[i - first].value, *items[runStart - first].value)) {
+            sortRange(seq, runStart, i, keys, k + 1);
+            runStart = i;
+        }
+    }
+    sortRange(seq, runStart, last, keys, k + 1);
+}
+
+// The sort of an attribute key: each key evaluated once, in order. When every element's slot is
+// a text, the texts are compared where they lie (as TNValue compares texts, byte-wise) instead
+// of being copied into values. False (and nothing sorted) when an evaluation raises, so that the
+// caller's evaluation order decides what is raised.
+bool sortByAttributeKey(TNObjectSequence& seq, size_t first, size_t last, const SortKeys& keys,
+                        size_t k) {
+    const TNValueAbsExpr& abs = *keys[k].key;
+    const auto& attr = static_cast<const TNAttrExpr&>(*abs.expr());
+    TNObjectVarExpr& variable = *abs.contextObject();
+    std::vector<const char*> texts;
+    std::vector<TNValue> values;
+    try {
+        texts.reserve(last - first);
+        for (size_t i = first; i < last; ++i) {
+            variable.object(seq[i]);
+            const char* text = attr.slotFor(seq[i]).textInPlace();
+            if (text == nullptr)
+                break;
+            texts.push_back(text);
+        }
+        if (texts.size() < last - first) {
+            values.reserve(last - first);
+            for (size_t i = first; i < last; ++i)
+                values.push_back(abs(seq[i]));
+        }
+    } catch (...) {
+        return false;
+    }
+    if (values.empty())
+        sortByValues(
+            seq, first, last, keys, k, texts,
+            [](const char* a, const char* b) { return std::strcmp(a, b) < 0; },
+            [](const char* a, const char* b) { return std::strcmp(a, b) == 0; });
+    else
+        sortByValues(
+            seq, first, last, keys, k, values,
+            [](const TNValue& a, const TNValue& b) { return a < b; },
+            [](const TNValue& a, const TNValue& b) { return a == b; });
     return true;
 }
 

@@ -122,6 +122,10 @@ public:
     // enumerations give their literal name as text (raising what TNEnumType raises for a bad
     // index); reals render "0.0" when zero and "%f" otherwise; integers "%d"; truth values
     // "true"/"false"; an unknown kind gives 0, 0.0, false and the empty text.
+    // The text of a string slot where it lies (the empty text when null), valid until the
+    // schema is unpopulated; null for the other kinds. For readers that compare texts without
+    // copying them.
+    const char* textInPlace() const { return type() == TNAttrString ? text() : nullptr; }
     int32_t asLongInt() const { return isIntegerKind(type()) ? intValue() : convertedLongInt(); }
     bool asBoolean() const;
     double asDouble() const;
