@@ -164,7 +164,11 @@ TNValue TNAttrExpr::operator()() const {
 bool TNAttrExpr::equals(const TNValue& value) const { return equalsFor((*m_object)(), value, 0); }
 
 bool TNAttrExpr::equals(const TNConstantExpr& constant) const {
-    const SgxSimplePtr<TNObject> object = (*m_object)();
+    return equalsOn((*m_object)(), constant);
+}
+
+bool TNAttrExpr::equalsOn(const SgxSimplePtr<TNObject>& object,
+                          const TNConstantExpr& constant) const {
     const LiteralTest& test = m_literalTest;
     if (const TNObject* o = object.get(); o != nullptr && test.desc != nullptr) {
         const TNClass* cls = o->getClass().get();

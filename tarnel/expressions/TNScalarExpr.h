@@ -183,6 +183,9 @@ public:
     bool equals(const TNValue& value) const;
     // equals(constant.constant()), remembering what it derived from the constant by its stamp.
     bool equals(const TNConstantExpr& constant) const;
+    // equals(constant) when the object operand yields `object`, without evaluating the operand
+    // (for a filter that binds the operand's variable itself).
+    bool equalsOn(const SgxSimplePtr<TNObject>& object, const TNConstantExpr& constant) const;
     // The slot operator()() reads when the object operand yields `object`, found the same way
     // (raising what operator()() raises for it), without evaluating the operand.
     const TNAttribute& slotFor(const SgxSimplePtr<TNObject>& object) const {

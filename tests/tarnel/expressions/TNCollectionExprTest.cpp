@@ -81,6 +81,44 @@ TEST(TNCollectionExpr, FilterTraverseReverseMapUniqueKeepOrder) {
     deleteOperandsOf(empty);
 }
 
+TEST(TNFilterExpr, AttributeTestsAgreeWithEvaluatingThePredicate) {
+    // attr == constant and attr != constant are compared by the filter itself; the same test
+    // wrapped in a double negation is evaluated node by node. Both keep the same elements and
+    // leave the variable on the last element, and both raise on a null element.
+    ProbeScope scope;
+    Four m;
+    (*m.o[1])["visibility"] = "private";
+    (*m.o[3])["visibility"] = "private";
+    const std::tuple<const char*, TNValue> tests[] = {
+        {"visibility", "private"}, {"visibility", "nope"}, {"name", "c"}, {"size", 2}};
+    for (const auto op : {TNRelationalExpr::TNEqual, TNRelationalExpr::TNNotEqual}) {
+        for (const auto& [attribute, value] : tests) {
+            SCOPED_TRACE(std::string(attribute) +
+                         (op == TNRelationalExpr::TNEqual ? " == " : " != ") + show(value));
+            auto filterOn = [&](const Objects& input, bool opaque) {
+                SgxCyclicPtr<TNObjectVarExpr> x = new TNObjectVarExpr;
+                TNValueExprPtr test =
+                    new TNRelationalExpr(new TNAttrExpr(attribute, x), op, constant(value));
+                if (opaque)
+                    test = new TNBooleanExpr(new TNBooleanExpr(test, TNBooleanExpr::TNNot, nullptr),
+                                             TNBooleanExpr::TNNot, nullptr);
+                auto* filter = new TNFilterExpr(new TNValueAbsExpr(x, test),
+                                                new ObjectsProbe("input", {input}));
+                std::string kept = raised([&] {
+                    const std::string keptNames = names((*filter)());
+                    throw SgxException(keptNames + " #" + std::to_string(filter->count()));
+                });
+                kept += " @" + (x->object() ? (*x->object())["name"].asString() : "-");
+                release(filter);
+                return kept;
+            };
+            for (const Objects& input : {m.seq({0, 1, 2, 3}), Objects{m.o[0], nullptr}})
+                EXPECT_EQ(filterOn(input, false), filterOn(input, true));
+        }
+    }
+    EXPECT_EQ(live, 0);
+}
+
 TEST(TNSortExpr, TwoKeysGroupByTheFirstAndOrderByTheSecond) {
     ProbeScope scope;
     Four m;
