@@ -62,19 +62,18 @@ bool isAttributeKey(const TNValueAbsExpr& key) {
 
 void sortRange(TNObjectSequence& seq, size_t first, size_t last, const SortKeys& keys, size_t k);
 
-// Walks the sorted range, sorting each run of equal key values by the remaining keys. `valueAt`
-// gives the key of an element (evaluating it, or reading a value computed before).
-template <class ValueAt>
+// Walks a range sorted by key k, sorting each run of equal key values by the remaining keys.
+// The caller has taken the key of the first element; startsRun(i, runStart) takes element i's
+// key (evaluating it, or reading a value computed before) and tells whether it differs from the
+// run's. Sorting a run only moves elements before the walk's position.
+template <class StartsRun>
 void sortRuns(TNObjectSequence& seq, size_t first, size_t last, const SortKeys& keys, size_t k,
-              ValueAt valueAt) {
-    TNValue runValue = valueAt(first);
+              StartsRun startsRun) {
     size_t runStart = first;
     for (size_t i = first + 1; i < last; ++i) {
-        TNValue value = valueAt(i);
-        if (!(value == runValue)) {
+        if (startsRun(i, runStart)) {
             sortRange(seq, runStart, i, keys, k + 1);
             runStart = i;
-            runValue = std::move(value);
         }
     }
     sortRange(seq, runStart, last, keys, k + 1);
@@ -98,20 +97,14 @@ void sortByValues(TNObjectSequence& seq, size_t first, size_t last, const SortKe
     });
     for (size_t i = first; i < last; ++i)
         seq[i] = items[i - first].object;
-    // Runs of equal keys are sorted by the next key, as sortRuns does, reading the values in
-    // place. The walk binds the variable to each element in turn, as evaluating the key would.
-    // Sorting a run only moves elements before the walk's position, whose values are the run's.
+    // The walk reads the values in place and binds the variable to each element in turn, as
+    // evaluating the key would.
     TNObjectVarExpr& variable = *keys[k].key->contextObject();
     variable.object(seq[first]);
-    size_t runStart = first;
-    for (size_t i = first + 1; i < last; ++i) {
+    sortRuns(seq, first, last, keys, k, [&](size_t i, size_t runStart) {
         variable.object(seq[i]);
-        if (!equal(*items[i - first].value, *items[runStart - first].value)) {
-            sortRange(seq, runStart, i, keys, k + 1);
-            runStart = i;
-        }
-    }
-    sortRange(seq, runStart, last, keys, k + 1);
+        return !equal(*items[i - first].value, *items[runStart - first].value);
+    });
 }
 
 // The sort of an attribute key: each key evaluated once, in order. When every element's slot is
@@ -168,7 +161,14 @@ void sortRange(TNObjectSequence& seq, size_t first, size_t last, const SortKeys&
                   const TNValue keyB = abs(b);
                   return ordered(key, keyA, keyB);
               });
-    sortRuns(seq, first, last, keys, k, [&](size_t i) { return abs(seq[i]); });
+    TNValue runValue = abs(seq[first]);
+    sortRuns(seq, first, last, keys, k, [&](size_t i, size_t /*runStart*/) {
+        TNValue value = abs(seq[i]);
+        if (value == runValue)
+            return false;
+        runValue = std::move(value);
+        return true;
+    });
 }
 
 [[noreturn, gnu::cold]] void raiseExtraction(const char* text) { SgxException::raise(text); }

@@ -169,19 +169,21 @@ bool TNAttrExpr::equals(const TNConstantExpr& constant) const {
 
 bool TNAttrExpr::equalsOn(const SgxSimplePtr<TNObject>& object,
                           const TNConstantExpr& constant) const {
-    const LiteralTest& test = m_literalTest;
-    if (const TNObject* o = object.get(); o != nullptr && test.desc != nullptr) {
-        const TNClass* cls = o->getClass().get();
-        const TNValueExpr& nameNode = *m_name;
-        if (cls != nullptr && cls->instanceId() == test.classId &&
-            constant.stamp() == test.constantStamp && typeid(nameNode) == typeid(TNConstantExpr) &&
-            static_cast<const TNConstantExpr&>(nameNode).stamp() == test.nameStamp &&
-            test.desc->type() == TNAttrEnumeration &&
-            test.desc->enumType().get() == test.enumType &&
-            !test.enumType->check(test.literalCount)) [[likely]] {
-            const int32_t index = (*o)[*test.desc].asLongInt();
-            if (index >= 0 && test.enumType->check(static_cast<unsigned long>(index)))
-                return index == test.literalIndex;
+    // An object of the class last read, the same constant name and the same literal: the slot
+    // cache and the literal cache together settle everything but the slot's index.
+    const TNObject* o = object.get();
+    const TNClass* cls = o != nullptr ? o->getClass().get() : nullptr;
+    const TNValueExpr& nameNode = *m_name;
+    if (cls != nullptr && cls->instanceId() == m_cachedClass && m_literalStamp != 0 &&
+        constant.stamp() == m_literalStamp && typeid(nameNode) == typeid(TNConstantExpr) &&
+        static_cast<const TNConstantExpr&>(nameNode).stamp() == m_cachedNameStamp &&
+        m_cachedDesc->type() == TNAttrEnumeration) [[likely]] {
+        const TNEnumType* enumType = m_cachedDesc->enumType().get();
+        if (enumType != nullptr && enumType->instanceId() == m_literalType &&
+            !enumType->check(m_literalCount)) {
+            const int32_t index = (*o)[*m_cachedDesc].asLongInt();
+            if (index >= 0 && enumType->check(static_cast<unsigned long>(index)))
+                return index == m_literalIndex;
         }
     }
     return equalsFor(object, constant.constant(), constant.stamp());
@@ -199,11 +201,7 @@ bool TNAttrExpr::equalsFor(const SgxSimplePtr<TNObject>& object, const TNValue& 
         const int32_t index = slot.asLongInt();
         if (enumType != nullptr && index >= 0 &&
             enumType->check(static_cast<unsigned long>(index))) {
-            const int64_t literal = literalIndex(*enumType, value.text(), stamp);
-            if (stamp != 0 && m_cachedNameStamp != 0)
-                m_literalTest = {m_cachedClass, m_cachedNameStamp, stamp,  m_cachedDesc,
-                                 enumType,      m_literalCount,    literal};
-            return index == literal;
+            return index == literalIndex(*enumType, value.text(), stamp);
         }
     }
     if (type != TNAttrEnumeration && type != TNAttrString)

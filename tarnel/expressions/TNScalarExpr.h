@@ -222,17 +222,4 @@ private:
     mutable uint64_t m_literalStamp = 0;
     mutable SgxString m_literalText;
     mutable int64_t m_literalIndex = -1;
-    // What equals(constant) settled for the last enumeration slot it compared with a literal
-    // named by a constant, when the attribute name is a constant too: objects of that class then
-    // cost one slot read while the class, both stamps and the type's literals stay the same.
-    struct LiteralTest {
-        uint64_t classId = 0;
-        uint64_t nameStamp = 0;
-        uint64_t constantStamp = 0;
-        const TNAttrDesc* desc = nullptr;
-        const TNEnumType* enumType = nullptr;
-        size_t literalCount = 0;
-        int64_t literalIndex = -1;
-    };
-    mutable LiteralTest m_literalTest;
 };
