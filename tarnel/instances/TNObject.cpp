@@ -19,12 +19,7 @@ namespace {
 constexpr const char* unitName = "TNObject";
 constexpr std::string_view fullyQualifiedName = "fullyQualifiedName";
 
-// Link slot words: 0 is an empty slot; an untagged pointer is a frozen array (count in the word
-// before it); singleTag marks a frozen slot holding its one object in the word; listTag marks
-// the newest node of a list still being populated.
-constexpr uintptr_t singleTag = 1;
-constexpr uintptr_t listTag = 2;
-constexpr uintptr_t tagMask = singleTag | listTag;
+using tn_detail::linkListTag, tn_detail::linkSingleTag, tn_detail::linkTagMask;
 
 struct LinkNode {
     TNObject* object;
@@ -32,7 +27,7 @@ struct LinkNode {
 };
 
 const LinkNode* listHead(uintptr_t word) {
-    return reinterpret_cast<const LinkNode*>(word & ~tagMask);
+    return reinterpret_cast<const LinkNode*>(word & ~linkTagMask);
 }
 
 size_t listLength(const LinkNode* node) {
@@ -219,15 +214,15 @@ void TNObject::addLink(int32_t slot, TNObject* other) {
     ++statisticsTotals.links;
     if (word == 0) [[likely]] {
         // Most slots only ever hold one link (an owner): it stays in the word, no node needed.
-        word = reinterpret_cast<uintptr_t>(other) | singleTag;
+        word = reinterpret_cast<uintptr_t>(other) | linkSingleTag;
         return;
     }
     SgxMemoryRegion& region = TNSchema::temporaryMemoryRegion();
     const LinkNode* older = nullptr;
-    if ((word & listTag) != 0) {
+    if ((word & linkListTag) != 0) {
         older = listHead(word);
-    } else if ((word & singleTag) != 0) {
-        older = newNode(region, reinterpret_cast<TNObject*>(word & ~tagMask), nullptr);
+    } else if ((word & linkSingleTag) != 0) {
+        older = newNode(region, reinterpret_cast<TNObject*>(word & ~linkTagMask), nullptr);
     } else {
         // A slot frozen already becomes a list again, oldest link deepest, so that the next
         // freeze (or any read before it) sees the links in the order they were added.
@@ -235,16 +230,16 @@ void TNObject::addLink(int32_t slot, TNObject* other) {
         for (size_t i = 0, n = arrayCount(word); i < n; ++i)
             older = newNode(region, elements[i].get(), older);
     }
-    word = reinterpret_cast<uintptr_t>(newNode(region, other, older)) | listTag;
+    word = reinterpret_cast<uintptr_t>(newNode(region, other, older)) | linkListTag;
 }
 
 std::vector<SgxSimplePtr<TNObject>> TNObject::linkedObjects(int32_t slot) const {
     const uintptr_t word = linkWord(slot);
     if (word == 0)
         return {};
-    if ((word & singleTag) != 0)
-        return {SgxSimplePtr<TNObject>(reinterpret_cast<TNObject*>(word & ~tagMask))};
-    if ((word & listTag) != 0) {
+    if ((word & linkSingleTag) != 0)
+        return {SgxSimplePtr<TNObject>(reinterpret_cast<TNObject*>(word & ~linkTagMask))};
+    if ((word & linkListTag) != 0) {
         const LinkNode* head = listHead(word);
         std::vector<SgxSimplePtr<TNObject>> result(listLength(head));
         copyListOldestFirst(head, result.size(), result.data());
@@ -275,10 +270,10 @@ TNLinkView TNObject::linksAt(int32_t slot) const {
     const uintptr_t word = linkWord(slot);
     if (word == 0)
         return view;
-    if ((word & singleTag) != 0) {
-        view.m_single = reinterpret_cast<TNObject*>(word & ~tagMask);
+    if ((word & linkSingleTag) != 0) {
+        view.m_single = reinterpret_cast<TNObject*>(word & ~linkTagMask);
         view.m_count = 1;
-    } else if ((word & listTag) != 0) {
+    } else if ((word & linkListTag) != 0) {
         view.m_copy = linkedObjects(slot);
         view.m_count = view.m_copy.size();
     } else {
@@ -294,14 +289,7 @@ size_t TNObject::linkCount(const TNAssociation& assoc) const {
     return linkCountAt(linkSlot(assoc));
 }
 
-size_t TNObject::linkCountAt(int32_t slot) const noexcept {
-    const uintptr_t word = linkWord(slot);
-    if (word == 0)
-        return 0;
-    if ((word & singleTag) != 0)
-        return 1;
-    return (word & listTag) != 0 ? listLength(listHead(word)) : arrayCount(word);
-}
+size_t TNObject::listLinkCount(uintptr_t word) noexcept { return listLength(listHead(word)); }
 
 std::vector<SgxSimplePtr<TNObject>> TNObject::objects(std::string_view name) const {
     return objects(*getClass()->getAssociation(name));
@@ -311,12 +299,12 @@ SgxSimplePtr<TNObject> TNObject::singleLinkedObject(int32_t slot, std::string_vi
     const uintptr_t word = linkWord(slot);
     if (word == 0)
         return nullptr;
-    if ((word & singleTag) != 0)
-        return reinterpret_cast<TNObject*>(word & ~tagMask);
+    if ((word & linkSingleTag) != 0)
+        return reinterpret_cast<TNObject*>(word & ~linkTagMask);
     const bool one =
-        (word & listTag) != 0 ? listHead(word)->next == nullptr : arrayCount(word) == 1;
+        (word & linkListTag) != 0 ? listHead(word)->next == nullptr : arrayCount(word) == 1;
     if (one)
-        return (word & listTag) != 0 ? listHead(word)->object : arrayElements(word)->get();
+        return (word & linkListTag) != 0 ? listHead(word)->object : arrayElements(word)->get();
     TNException(TNException::Access, TNException::Association, TNException::Invalid)
         .setAssoc(SgxString(name))
         .setClass1(cls()->m_name)
@@ -370,12 +358,12 @@ void TNObject::donePopulating() {
         uintptr_t& word = linkWord(static_cast<int32_t>(i));
         if (word == 0)
             continue;
-        if ((word & singleTag) != 0) {
+        if ((word & linkSingleTag) != 0) {
             // One link kept in the word: counted as the one-element array it stands for.
             statisticsTotals.associationBytes += 16;
             continue;
         }
-        if ((word & listTag) == 0)
+        if ((word & linkListTag) == 0)
             continue; // an array frozen before
         const LinkNode* head = listHead(word);
         const size_t count = listLength(head);

@@ -51,6 +51,15 @@ struct TNObjectStatistics {
     uint64_t associationBytes = 0; // 8 per link slot frozen, 8 n + 8 per frozen slot of n > 0 links
 };
 
+namespace tn_detail {
+// Link slot words of an object: 0 is an empty slot; an untagged pointer is a frozen array (its
+// count in the word before it); linkSingleTag marks a frozen slot holding its one object in the
+// word; linkListTag marks the newest node of a list still being populated.
+inline constexpr uintptr_t linkSingleTag = 1;
+inline constexpr uintptr_t linkListTag = 2;
+inline constexpr uintptr_t linkTagMask = linkSingleTag | linkListTag;
+} // namespace tn_detail
+
 class TARNEL_API TNObject {
 public:
     // Objects live in the primary memory region; delete gives nothing back (the region does).
@@ -156,9 +165,16 @@ private:
     }
     // The link slot of `assoc` in this object's class.
     int32_t linkSlot(const TNAssociation& assoc) const;
-    // linkCount and links of a simple association whose link slot is `slot`.
-    size_t linkCountAt(int32_t slot) const noexcept;
+    // linkCount and links of a simple association whose link slot is `slot`. Frozen slots are
+    // read without a call; a list still being populated is walked out of line.
+    size_t linkCountAt(int32_t slot) const noexcept {
+        const uintptr_t word = linkWord(slot);
+        if ((word & tn_detail::linkTagMask) == 0)
+            return word == 0 ? 0 : reinterpret_cast<const uint64_t*>(word)[-1];
+        return (word & tn_detail::linkSingleTag) != 0 ? 1 : listLinkCount(word);
+    }
     TNLinkView linksAt(int32_t slot) const;
+    static size_t listLinkCount(uintptr_t word) noexcept;
     // The slot of the reverse link on `other`, or -1 when none is recorded.
     static int32_t reverseSlot(const SgxSimplePtr<TNObject>& other, const TNAssociation& assoc);
     std::vector<SgxSimplePtr<TNObject>> linkedObjects(int32_t slot) const;

@@ -68,7 +68,123 @@ private:
     Nesting& m_nesting;
 };
 
+// Sets the thread's nesting to `depth` for a while: a walk that skips the calls of the
+// node-by-node one (see Closure) restores, around what it calls out to, the nesting those calls
+// would have made.
+class NestingAt {
+public:
+    explicit NestingAt(size_t depth) : m_saved(threadNesting.depth) { threadNesting.depth = depth; }
+    ~NestingAt() { threadNesting.depth = m_saved; }
+    NestingAt(const NestingAt&) = delete;
+    NestingAt& operator=(const NestingAt&) = delete;
+
+private:
+    size_t m_saved;
+};
+
 } // namespace
+
+inline const TNAssociation* TNAssociationTraversal::associationOf(const TNObject& object) const {
+    if (object.getClass()->instanceId() == m_cachedClass) [[likely]]
+        return m_cachedAssociation;
+    return findAssociation(object);
+}
+
+// The recursive closure `label: [] -> ( [a] -> @label; [b]; [c] ... )`, the shape of every "all
+// the X at any depth" definition: a root that stays on its object, one step `a` whose child is
+// the root again, and leaf steps (no child) as the step's siblings; no conditions anywhere. Its
+// count is, for each object reached through `a` at any depth (the source included), what the
+// root, the step and the leaves add there. One call per object reached replaces the three or
+// more calls per object of the node-by-node walk, whose per-call work (the nesting guard, the
+// shape tests) is here done once.
+//
+// The node-by-node walk calls the root for an object at nesting depth d, the step at d + 1, the
+// leaves at d + 2, d + 3, ... (each sibling is called from the one before), and the root again for
+// each linked object at d + 2. The closure tracks d per object and raises where that walk would,
+// so the recursion limit holds alike; a compound association met on the way runs with the
+// thread's nesting set to what it would be there.
+struct TNAssociationTraversal::Closure {
+    static constexpr size_t maxLeaves = 4;
+    const TNAssociationTraversal* step = nullptr;
+    const TNAssociationTraversal* leaves[maxLeaves] = {};
+    size_t leafCount = 0;
+    size_t rootAdds = 0; // what the root adds per object: 1 or 0
+
+    // Whether `root` heads such a closure; fills in the steps.
+    bool match(const TNAssociationTraversal& root) {
+        if (!root.m_associationToTraverse.empty() || !root.m_condition.isNull() ||
+            !root.m_sibling.isNull())
+            return false;
+        const TNAssociationTraversal* a = root.m_child.get();
+        if (a == nullptr || a->m_associationToTraverse.empty() || !a->m_condition.isNull() ||
+            a->m_child.get() != &root)
+            return false;
+        for (const TNAssociationTraversal* leaf = a->m_sibling.get(); leaf != nullptr;
+             leaf = leaf->m_sibling.get()) {
+            if (leafCount == maxLeaves || leaf->m_associationToTraverse.empty() ||
+                !leaf->m_condition.isNull() || !leaf->m_child.isNull())
+                return false;
+            leaves[leafCount++] = leaf;
+        }
+        step = a;
+        rootAdds = root.m_addToResult ? 1 : 0;
+        return true;
+    }
+
+    // What root.count(object) gives when called at nesting depth `depth`.
+    size_t count(const TNObject& object, size_t depth) const {
+        // The deepest call made for this object itself: its last leaf, or the step.
+        if (depth + 1 + leafCount >= maxDepth)
+            raiseTooDeep();
+        size_t total = rootAdds;
+        const TNAssociationTraversal& a = *step;
+        if (a.associationOf(object) != nullptr) {
+            // A frozen array of links, the common case, is walked here; the rest out of line.
+            const int32_t slot = a.m_cachedSlot;
+            const uintptr_t word = slot >= 0 ? object.linkWord(slot) : tn_detail::linkTagMask;
+            if ((word & tn_detail::linkTagMask) == 0) [[likely]] {
+                if (word != 0) {
+                    const auto* links = reinterpret_cast<const SgxSimplePtr<TNObject>*>(word);
+                    const size_t linked = reinterpret_cast<const uint64_t*>(word)[-1];
+                    for (size_t i = 0; i < linked; ++i)
+                        total += count(*links[i].get(), depth + 2);
+                    if (a.m_addToResult)
+                        total += linked;
+                }
+            } else {
+                total += countOtherLinks(object, depth);
+            }
+        }
+        for (size_t i = 0; i < leafCount; ++i) {
+            const TNAssociationTraversal& leaf = *leaves[i];
+            if (leaf.associationOf(object) == nullptr || !leaf.m_addToResult)
+                continue;
+            if (leaf.m_cachedSlot >= 0) [[likely]] {
+                total += object.linkCountAt(leaf.m_cachedSlot);
+            } else {
+                // A compound association: its traversal runs inside the leaf's call.
+                const NestingAt nesting(depth + 3 + i);
+                total += object.linkCount(*leaf.m_cachedAssociation);
+            }
+        }
+        return total;
+    }
+
+    // The step's part of count() for links that are not a frozen array: one link, a list still
+    // being populated, or a compound association (whose traversal runs inside the step's call).
+    [[gnu::noinline]] size_t countOtherLinks(const TNObject& object, size_t depth) const {
+        const TNAssociationTraversal& a = *step;
+        TNLinkView linked;
+        {
+            const NestingAt nesting(depth + 2);
+            linked = a.links(object, *a.m_cachedAssociation);
+        }
+        size_t total = a.m_addToResult ? linked.size() : 0;
+        for (const SgxSimplePtr<TNObject>& next : linked)
+            total += count(*next.get(), depth + 2);
+        return total;
+    }
+};
 
 TNAssociationTraversal::TNAssociationTraversal(const TNAssociationTraversal& other)
     : SgxCollectable(other), SgxCyclicPtrBody(other),
@@ -113,6 +229,8 @@ void TNAssociationTraversal::traverse(std::vector<SgxSimplePtr<TNObject>>& resul
 
 size_t TNAssociationTraversal::count(const SgxSimplePtr<TNObject>& source) const {
     const NestingGuard nesting;
+    if (Closure closure; closure.match(*this))
+        return closure.count(*source, threadNesting.depth - 1);
     size_t total = 0;
     const TNAssociationTraversal* child = m_child.get();
     if (m_condition.isNull()) {
@@ -175,17 +293,14 @@ void TNAssociationTraversal::forEach(const SgxSimplePtr<TNObject>& source,
             return;
 }
 
-const TNAssociation* TNAssociationTraversal::associationOf(const TNObject& object) const {
+const TNAssociation* TNAssociationTraversal::findAssociation(const TNObject& object) const {
     const TNClass& cls = *object.getClass();
-    if (cls.instanceId() != m_cachedClass) {
-        const int32_t index = cls.findAssocIndex(m_associationToTraverse);
-        m_cachedAssociation =
-            index < 0 ? nullptr : cls.getAssociation(m_associationToTraverse).get();
-        m_cachedSlot = m_cachedAssociation != nullptr && m_cachedAssociation->isSimple()
-                           ? object.linkSlot(*m_cachedAssociation)
-                           : -1;
-        m_cachedClass = cls.instanceId();
-    }
+    const int32_t index = cls.findAssocIndex(m_associationToTraverse);
+    m_cachedAssociation = index < 0 ? nullptr : cls.getAssociation(m_associationToTraverse).get();
+    m_cachedSlot = m_cachedAssociation != nullptr && m_cachedAssociation->isSimple()
+                       ? object.linkSlot(*m_cachedAssociation)
+                       : -1;
+    m_cachedClass = cls.instanceId();
     return m_cachedAssociation;
 }
 

@@ -122,7 +122,12 @@ private:
                                  const SgxSimplePtr<TNObject>& source) const;
     // The association of `object`'s class reached through the name, or null; remembered for the
     // last class, with its link slot.
+    // (Defined inline where the walks are.)
     const TNAssociation* associationOf(const TNObject& object) const;
+    const TNAssociation* findAssociation(const TNObject& object) const;
+    // count() of a recursive closure, `label: [] -> ( [a] -> @label; [b]; ... )` with no
+    // conditions, in one walk over the objects reached; see the source.
+    struct Closure;
     // object.linkCount(assoc) and object.links(assoc), for the association associationOf(object)
     // just gave, through the remembered slot when the association is simple.
     size_t linkCount(const TNObject& object, const TNAssociation& assoc) const;

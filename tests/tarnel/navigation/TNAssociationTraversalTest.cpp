@@ -128,6 +128,69 @@ TEST(TNAssociationTraversal, RecursionLimitOnASelfLinkedObject) {
     EXPECT_THROW(loop->objects("loop"), SgxException);
 }
 
+TEST(TNAssociationTraversal, ClosureCountsWhatTheWalkGathers) {
+    // Counting a recursive closure takes a walk of its own; it must agree with traverse() on
+    // every variant of the shape, on lists still being populated and on frozen single links and
+    // arrays, with unknown roles and compound associations as steps.
+    Tree t;
+    tnAddCompoundAssociation(*t.node, "<Node:kids>", "kids", t.node, "[next]");
+    const char* sources[] = {
+        "top: [] -> ( [next] -> @top; [prev] )",
+        "top: [] -> ( [next] -> @top; [nope]; [prev]; [kids] )",
+        "top: [] -> [next] -> @top",
+        "top: [] -> ( [kids] -> @top; [next] )",
+        "top: [] -> ( [nope] -> @top; [next] )",
+    };
+    for (bool frozen : {false, true}) {
+        if (frozen)
+            t.schema.donePopulating();
+        for (const char* source : sources) {
+            TNAssociationTraversal* root = tnParseTraversal(source);
+            for (bool rootAdds : {false, true}) {
+                root->setAddToResult(rootAdds);
+                for (TNObject* from : t.objects) {
+                    TNObjectSequence gathered;
+                    root->traverse(gathered, from);
+                    EXPECT_EQ(root->count(from), gathered.size())
+                        << source << " from " << names({from}) << (frozen ? " frozen" : "");
+                }
+            }
+            release(root);
+        }
+    }
+    TNAssociationTraversal* all = tnParseTraversal("top: [] -> ( [next] -> @top; [prev] )");
+    // The prev links of a, b, d, e, c, e (e is reached along two paths): 0 + 1 + 1 + 2 + 1 + 2.
+    EXPECT_EQ(all->count(t.objects[0]), 7u);
+    release(all);
+}
+
+TEST(TNAssociationTraversal, ClosureCountKeepsTheRecursionLimit) {
+    NodeModel m;
+    TNObject* loop = m.make("loop");
+    m.link(loop, {loop});
+    TNAssociationTraversal* root = tnParseTraversal("top: [] -> ( [next] -> @top; [prev] )");
+    for (bool frozen : {false, true}) {
+        if (frozen)
+            m.schema.donePopulating();
+        try {
+            root->count(loop);
+            FAIL() << "no limit";
+        } catch (const SgxException& e) {
+            EXPECT_NE(std::string(e.reasonText()).find("more than 10000 nested traversal steps"),
+                      std::string::npos);
+        }
+        // The thread's nesting is back at the start: a deep but finite walk still counts.
+        EXPECT_EQ(root->count(m.make("alone")), 0u);
+    }
+    // A compound step met inside the closure starts its own walk one level deeper; a cycle
+    // through it is caught too.
+    tnAddCompoundAssociation(*m.node, "<Node:kids>", "kids", m.node, "[next]");
+    TNAssociationTraversal* viaCompound = tnParseTraversal("top: [] -> ( [kids] -> @top; [prev] )");
+    EXPECT_THROW(viaCompound->count(loop), SgxException);
+    release(viaCompound);
+    release(root);
+}
+
 TEST(TNAssociationTraversal, PersistsLinksButNotConditionOrDepthFirst) {
     TNAssociationTraversal* root =
         tnParseTraversal("top: [] -> ( [x] { class current = \"C\" } -> @top; [y] )");
