@@ -237,13 +237,38 @@ void filterInto(const TNObjectCollectionExpr& collection,
 TNAllInstancesExpr::TNAllInstancesExpr(const SgxString& name, const TNObjectExprPtr& object)
     : m_name(new TNConstantExpr(name)), m_object(object) {}
 
-TNObjectSequence TNAllInstancesExpr::operator()() const {
+const TNClass* TNAllInstancesExpr::namedClass() const {
     const SgxSimplePtr<TNObject> object = (*m_object)();
     const TNSchema& schema = *object->getClass()->schema();
-    const SgxString name = (*m_name)().asString();
-    if (!schema.classExists(name))
-        return {};
-    return schema.getClass(name)->objects();
+    // A constant name is read where it lies.
+    const TNValueExpr& nameNode = *m_name;
+    if (typeid(nameNode) == typeid(TNConstantExpr))
+        if (const char* text = static_cast<const TNConstantExpr&>(nameNode).constant().text())
+            return schema.findClass(text).get();
+    return schema.findClass(nameNode().asString()).get();
+}
+
+TNObjectSequence TNAllInstancesExpr::operator()() const {
+    const TNClass* cls = namedClass();
+    return cls != nullptr ? cls->objects() : TNObjectSequence();
+}
+
+size_t TNAllInstancesExpr::count() const {
+    const TNClass* cls = namedClass();
+    return cls != nullptr ? cls->instances().size() : 0;
+}
+
+void TNAllInstancesExpr::forEach(TNObjectVisitor visit) const {
+    const TNClass* cls = namedClass();
+    if (cls == nullptr)
+        return;
+    // The instances as they are now: a visitor that makes objects of the class (or unpopulates
+    // the schema) neither sees the new ones nor reads past the end.
+    const TNObjectSequence& instances = cls->instances();
+    const size_t count = instances.size();
+    for (size_t i = 0; i < count && i < instances.size(); ++i)
+        if (!visit(instances[i]))
+            return;
 }
 
 TNObjectSequence TNAssociationExpr::operator()() const {
@@ -322,14 +347,22 @@ TNObjectSequence TNReverseExpr::operator()() const {
 }
 
 SgxSimplePtr<TNObject> TNObjectExtractionExpr::operator()() const {
-    const TNObjectSequence elements = (*m_collection)();
+    // Looks at no more elements than the choice needs: one, or two to tell one from many.
+    const size_t needed = m_choice == ExactlyOne ? 2 : 1;
+    SgxSimplePtr<TNObject> first;
+    size_t seen = 0;
+    (*m_collection).forEach([&](const SgxSimplePtr<TNObject>& element) {
+        if (seen++ == 0)
+            first = element;
+        return seen < needed;
+    });
     if (m_choice == ExactlyOne) {
-        if (elements.size() != 1)
+        if (seen != 1)
             raiseExtraction("ObjectExtraction: association doesn't have exactly one object.");
-    } else if (elements.empty()) {
+    } else if (seen == 0) {
         raiseExtraction("ObjectExtraction: association doesn't have one or more objects.");
     }
-    return elements.front();
+    return first;
 }
 
 SgxSimplePtr<TNObject> TNModelExpr::operator()() const {

@@ -32,10 +32,17 @@ public:
     TNAllInstancesExpr(const SgxString& name, const TNObjectExprPtr& object);
 
     TNObjectSequence operator()() const override;
+    // Count and visit the class's instances where they lie.
+    size_t count() const override;
+    void forEach(TNObjectVisitor visit) const override;
     void prepareForDeletion() const override;
 
     TN_EXPR_FIELD(TNValueExprPtr, name);
     TN_EXPR_FIELD(TNObjectExprPtr, object);
+
+private:
+    // The class named, or null; evaluates both operands.
+    const TNClass* namedClass() const;
 };
 
 // What `association` gathers from the object that `object` yields (TNAssociationTraversal::

@@ -163,6 +163,9 @@ public:
     std::vector<SgxSimplePtr<TNClass>> children() const { return m_children; }
     std::vector<SgxSimplePtr<TNClass>> parents() const { return m_parents; }
     std::vector<SgxSimplePtr<TNObject>> objects() const { return m_objects; }
+    // The instances themselves, oldest first, for walks that copy nothing: the vector grows as
+    // objects are made and empties at unpopulate, so index it against its current size.
+    const std::vector<SgxSimplePtr<TNObject>>& instances() const noexcept { return m_objects; }
     SgxSimplePtr<TNSchema> schema() const { return m_schema; }
     // The class identifier, owned by this class (null only for a class made for restoring).
     SgxSimplePtr<TNClassIdentifier> classIdentifier() const { return m_classIdentifier; }

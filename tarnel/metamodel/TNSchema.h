@@ -24,6 +24,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <string_view>
 #include <vector>
 
 class TNClass;
@@ -69,6 +70,11 @@ public:
     SgxSimplePtr<TNEnumType> getEnumType(const SgxString& name) const;
     // Membership tests; never raise.
     bool classExists(const SgxString& name) const { return m_classIndex.contains(name); }
+    // The class named `name`, or null: one lookup, no copy of the name, nothing raised.
+    SgxSimplePtr<TNClass> findClass(std::string_view name) const noexcept {
+        const auto found = m_classIndex.find(name);
+        return found != m_classIndex.end() ? found->second : SgxSimplePtr<TNClass>();
+    }
     bool enumExists(const SgxString& name) const { return m_enumIndex.contains(name); }
     // Copies of the handles in creation order.
     std::vector<SgxSimplePtr<TNClass>> classes() const { return m_classes; }

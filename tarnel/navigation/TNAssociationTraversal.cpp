@@ -6,6 +6,7 @@
 #include "tarnel/metamodel/TNClass.h"
 #include "tarnel/navigation/TNAssociation.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <limits>
 #include <string>
@@ -68,18 +69,43 @@ private:
     Nesting& m_nesting;
 };
 
-// Sets the thread's nesting to `depth` for a while: a walk that skips the calls of the
-// node-by-node one (see Closure) restores, around what it calls out to, the nesting those calls
-// would have made.
-class NestingAt {
+// The link arrays a closure walk has still to visit, each with the nesting depth that the calls
+// for its objects have in the node-by-node walk: in the caller's frame up to a few dozen levels,
+// on the heap beyond.
+class WalkStack {
 public:
-    explicit NestingAt(size_t depth) : m_saved(threadNesting.depth) { threadNesting.depth = depth; }
-    ~NestingAt() { threadNesting.depth = m_saved; }
-    NestingAt(const NestingAt&) = delete;
-    NestingAt& operator=(const NestingAt&) = delete;
+    struct Range {
+        const SgxSimplePtr<TNObject>* next;
+        const SgxSimplePtr<TNObject>* end;
+        size_t depth;
+    };
+    void push(const SgxSimplePtr<TNObject>* first, size_t count, size_t depth) {
+        if (m_size < inlineCapacity) [[likely]]
+            m_inline[m_size] = {first, first + count, depth};
+        else
+            m_spill.push_back({first, first + count, depth});
+        ++m_size;
+    }
+    // The next object to visit and its depth, or null when none is left.
+    const TNObject* pop(size_t& depth) {
+        if (m_size == 0)
+            return nullptr;
+        Range& top = m_size <= inlineCapacity ? m_inline[m_size - 1] : m_spill.back();
+        const TNObject* object = (top.next++)->get();
+        depth = top.depth;
+        if (top.next == top.end) {
+            if (m_size > inlineCapacity)
+                m_spill.pop_back();
+            --m_size;
+        }
+        return object;
+    }
 
 private:
-    size_t m_saved;
+    static constexpr size_t inlineCapacity = 32;
+    Range m_inline[inlineCapacity];
+    size_t m_size = 0;
+    std::vector<Range> m_spill;
 };
 
 } // namespace
@@ -94,15 +120,17 @@ inline const TNAssociation* TNAssociationTraversal::associationOf(const TNObject
 // the X at any depth" definition: a root that stays on its object, one step `a` whose child is
 // the root again, and leaf steps (no child) as the step's siblings; no conditions anywhere. Its
 // count is, for each object reached through `a` at any depth (the source included), what the
-// root, the step and the leaves add there. One call per object reached replaces the three or
-// more calls per object of the node-by-node walk, whose per-call work (the nesting guard, the
-// shape tests) is here done once.
+// root, the step and the leaves add there; the order of the visits does not matter, and with
+// simple associations nothing but the recursion limit can raise. So a frozen model is counted in
+// one loop over the objects, with the link slots resolved once per class, instead of three or
+// more calls per object, each with its own nesting guard and shape tests.
 //
 // The node-by-node walk calls the root for an object at nesting depth d, the step at d + 1, the
 // leaves at d + 2, d + 3, ... (each sibling is called from the one before), and the root again for
-// each linked object at d + 2. The closure tracks d per object and raises where that walk would,
-// so the recursion limit holds alike; a compound association met on the way runs with the
-// thread's nesting set to what it would be there.
+// each linked object at d + 2. The loop tracks d per object. Where that walk would raise, and
+// wherever the loop meets anything but frozen links of simple associations (a list still being
+// populated, a compound association, whose traversal may raise anything), it gives up, having
+// changed nothing, and the node-by-node walk counts and raises as it always does.
 struct TNAssociationTraversal::Closure {
     static constexpr size_t maxLeaves = 4;
     const TNAssociationTraversal* step = nullptr;
@@ -131,58 +159,95 @@ struct TNAssociationTraversal::Closure {
         return true;
     }
 
-    // What root.count(object) gives when called at nesting depth `depth`.
-    size_t count(const TNObject& object, size_t depth) const {
-        // The deepest call made for this object itself: its last leaf, or the step.
-        if (depth + 1 + leafCount >= maxDepth)
-            raiseTooDeep();
-        size_t total = rootAdds;
-        const TNAssociationTraversal& a = *step;
-        if (a.associationOf(object) != nullptr) {
-            // A frozen array of links, the common case, is walked here; the rest out of line.
-            const int32_t slot = a.m_cachedSlot;
-            const uintptr_t word = slot >= 0 ? object.linkWord(slot) : tn_detail::linkTagMask;
-            if ((word & tn_detail::linkTagMask) == 0) [[likely]] {
-                if (word != 0) {
-                    const auto* links = reinterpret_cast<const SgxSimplePtr<TNObject>*>(word);
-                    const size_t linked = reinterpret_cast<const uint64_t*>(word)[-1];
-                    for (size_t i = 0; i < linked; ++i)
-                        total += count(*links[i].get(), depth + 2);
-                    if (a.m_addToResult)
-                        total += linked;
-                }
-            } else {
-                total += countOtherLinks(object, depth);
-            }
-        }
+    // The link slots of the steps in one class; -1 for a step that adds nothing there.
+    struct Slots {
+        uint64_t classId = 0; // TNClass::instanceId(); 0 before the first class
+        int32_t step = -1;    // the slot followed, whether or not the step adds
+        int32_t leaves[maxLeaves] = {};
+    };
+
+    // Fills `slots` for the class of `object`; false for a compound association.
+    bool resolve(const TNObject& object, Slots& slots) const {
+        const TNAssociation* assoc = step->associationOf(object);
+        if (assoc != nullptr && step->m_cachedSlot < 0)
+            return false;
+        slots.step = assoc != nullptr ? step->m_cachedSlot : -1;
         for (size_t i = 0; i < leafCount; ++i) {
             const TNAssociationTraversal& leaf = *leaves[i];
-            if (leaf.associationOf(object) == nullptr || !leaf.m_addToResult)
-                continue;
-            if (leaf.m_cachedSlot >= 0) [[likely]] {
-                total += object.linkCountAt(leaf.m_cachedSlot);
-            } else {
-                // A compound association: its traversal runs inside the leaf's call.
-                const NestingAt nesting(depth + 3 + i);
-                total += object.linkCount(*leaf.m_cachedAssociation);
-            }
+            assoc = leaf.associationOf(object);
+            if (assoc != nullptr && leaf.m_cachedSlot < 0)
+                return false;
+            slots.leaves[i] = assoc != nullptr && leaf.m_addToResult ? leaf.m_cachedSlot : -1;
         }
-        return total;
+        slots.classId = object.getClass()->instanceId();
+        return true;
     }
 
-    // The step's part of count() for links that are not a frozen array: one link, a list still
-    // being populated, or a compound association (whose traversal runs inside the step's call).
-    [[gnu::noinline]] size_t countOtherLinks(const TNObject& object, size_t depth) const {
-        const TNAssociationTraversal& a = *step;
-        TNLinkView linked;
-        {
-            const NestingAt nesting(depth + 2);
-            linked = a.links(object, *a.m_cachedAssociation);
+    // Sets `total` to what root.count(source) gives when called at nesting depth `depth`, or
+    // answers false (see above).
+    bool countFrozen(const TNObject& source, size_t depth, size_t& total) const {
+        using tn_detail::linkListTag, tn_detail::linkSingleTag, tn_detail::linkTagMask;
+        const size_t stepAdds = step->m_addToResult ? 1 : 0;
+        // The deepest call made for an object itself: its last leaf, or the step.
+        const size_t deepest = 1 + leafCount;
+        Slots slots;
+        // The slots of the class last resolved, in locals the walk's stores cannot reach.
+        uint64_t classId = 0;
+        int32_t stepSlot = -1;
+        int32_t leafSlots[maxLeaves] = {};
+        const size_t leafTotal = leafCount;
+        WalkStack pending;
+        // A single link is visited from here; the source too (it may be a copy).
+        SgxSimplePtr<TNObject> single(const_cast<TNObject*>(source.original()));
+        pending.push(&single, 1, depth);
+        size_t sum = 0;
+        for (const TNObject* object; (object = pending.pop(depth)) != nullptr;) {
+            // Objects reached through links are never copies: their block is their own.
+            const auto* linkWords = reinterpret_cast<const uintptr_t*>(object);
+            const auto* cls = reinterpret_cast<const TNClass*>(object->m_word);
+            if (depth + deepest >= maxDepth || cls == nullptr)
+                return false;
+            if (cls->instanceId() != classId) {
+                if (!resolve(*object, slots))
+                    return false;
+                classId = slots.classId;
+                stepSlot = slots.step;
+                std::copy_n(slots.leaves, leafTotal, leafSlots);
+            }
+            sum += rootAdds;
+            for (size_t i = 0; i < leafTotal; ++i) {
+                if (leafSlots[i] < 0)
+                    continue;
+                const uintptr_t word = linkWords[-1 - leafSlots[i]];
+                if ((word & linkTagMask) == 0)
+                    sum += word == 0 ? 0 : reinterpret_cast<const uint64_t*>(word)[-1];
+                else if ((word & linkSingleTag) != 0)
+                    sum += 1;
+                else
+                    return false;
+            }
+            if (stepSlot < 0)
+                continue;
+            const uintptr_t word = linkWords[-1 - stepSlot];
+            if ((word & linkTagMask) == 0) {
+                if (word != 0) {
+                    const size_t linked = reinterpret_cast<const uint64_t*>(word)[-1];
+                    pending.push(reinterpret_cast<const SgxSimplePtr<TNObject>*>(word), linked,
+                                 depth + 2);
+                    sum += stepAdds * linked;
+                }
+            } else if ((word & linkSingleTag) != 0) {
+                // The pending ranges all point into frozen arrays but this one: it is visited
+                // next, before anything else is pushed.
+                single = reinterpret_cast<TNObject*>(word & ~linkTagMask);
+                pending.push(&single, 1, depth + 2);
+                sum += stepAdds;
+            } else {
+                return false;
+            }
         }
-        size_t total = a.m_addToResult ? linked.size() : 0;
-        for (const SgxSimplePtr<TNObject>& next : linked)
-            total += count(*next.get(), depth + 2);
-        return total;
+        total = sum;
+        return true;
     }
 };
 
@@ -229,8 +294,10 @@ void TNAssociationTraversal::traverse(std::vector<SgxSimplePtr<TNObject>>& resul
 
 size_t TNAssociationTraversal::count(const SgxSimplePtr<TNObject>& source) const {
     const NestingGuard nesting;
-    if (Closure closure; closure.match(*this))
-        return closure.count(*source, threadNesting.depth - 1);
+    if (Closure closure; closure.match(*this)) {
+        if (size_t total = 0; closure.countFrozen(*source, threadNesting.depth - 1, total))
+            return total;
+    }
     size_t total = 0;
     const TNAssociationTraversal* child = m_child.get();
     if (m_condition.isNull()) {

@@ -35,11 +35,29 @@ TEST(TNAllInstancesExpr, ClassInstancesOldestFirstAndTheModelRoot) {
     TNAllInstancesExpr all("Node", object);
     TNModelExpr model(object);
     EXPECT_EQ(names(all()), "a b c d");
+    EXPECT_EQ(all.count(), 4u);
+    // Visiting walks the instances in place: it stops when told, and objects made meanwhile
+    // are not visited (nor is the growing vector read past its old end).
+    Objects visited;
+    all.forEach([&](const SgxSimplePtr<TNObject>& node) {
+        visited.push_back(node);
+        m.make("late");
+        return visited.size() < 3;
+    });
+    EXPECT_EQ(names(visited), "a b c");
+    visited.clear();
+    all.forEach([&](const SgxSimplePtr<TNObject>& node) {
+        visited.push_back(node);
+        return true;
+    });
+    EXPECT_EQ(names(visited), "a b c d late late late");
     EXPECT_EQ(model().get(), nullptr);
     m.schema.setRoot(m.o[1]);
     EXPECT_EQ(model().get(), m.o[1]);
     static_cast<TNConstantExpr&>(*all.name()).value(TNValue("Nope"));
     EXPECT_TRUE(all().empty()); // an unknown class
+    EXPECT_EQ(all.count(), 0u);
+    all.forEach([](const SgxSimplePtr<TNObject>&) -> bool { throw SgxException("visited"); });
     object->object(nullptr);
     EXPECT_EQ(raised([&] { all(); }), "Null dereference");
     EXPECT_EQ(raised([&] { model(); }), "Null dereference");
