@@ -218,9 +218,25 @@ void filterInto(const TNObjectCollectionExpr& collection,
                 const SgxCyclicPtr<TNValueAbsExpr>& predicate, Keep keep) {
     AttributeTest test;
     if (isAttributeTest(predicate.get(), test)) {
+        // Once an element has filled the attribute node's caches, the comparison for its class
+        // is taken out of them, and later elements of that class cost a slot read. Nothing the
+        // walk calls changes the schema, so the class stays what it was.
+        TNAttrExpr::EnumComparison prepared;
         collection.forEach([&](const SgxSimplePtr<TNObject>& element) {
+            const TNObject* object = element.get();
+            if (object != nullptr && object->getClass().get() == prepared.cls) [[likely]] {
+                const int64_t index = (*object)[*prepared.desc].asLongInt();
+                if (index >= 0 && static_cast<size_t>(index) < prepared.literalCount) {
+                    test.variable->object(element);
+                    if ((index == prepared.literal) != test.negated)
+                        keep(element);
+                    return true;
+                }
+            }
             if (test(element))
                 keep(element);
+            if (!test.attr->enumComparison(element, *test.constant, prepared))
+                prepared = {};
             return true;
         });
         return;

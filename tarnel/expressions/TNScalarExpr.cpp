@@ -167,24 +167,34 @@ bool TNAttrExpr::equals(const TNConstantExpr& constant) const {
     return equalsOn((*m_object)(), constant);
 }
 
-bool TNAttrExpr::equalsOn(const SgxSimplePtr<TNObject>& object,
-                          const TNConstantExpr& constant) const {
+bool TNAttrExpr::enumComparison(const SgxSimplePtr<TNObject>& object,
+                                const TNConstantExpr& constant,
+                                EnumComparison& comparison) const {
     // An object of the class last read, the same constant name and the same literal: the slot
-    // cache and the literal cache together settle everything but the slot's index.
+    // cache and the literal cache together settle everything but the slot's value.
     const TNObject* o = object.get();
     const TNClass* cls = o != nullptr ? o->getClass().get() : nullptr;
     const TNValueExpr& nameNode = *m_name;
-    if (cls != nullptr && cls->instanceId() == m_cachedClass && m_literalStamp != 0 &&
-        constant.stamp() == m_literalStamp && typeid(nameNode) == typeid(TNConstantExpr) &&
-        static_cast<const TNConstantExpr&>(nameNode).stamp() == m_cachedNameStamp &&
-        m_cachedDesc->type() == TNAttrEnumeration) [[likely]] {
-        const TNEnumType* enumType = m_cachedDesc->enumType().get();
-        if (enumType != nullptr && enumType->instanceId() == m_literalType &&
-            !enumType->check(m_literalCount)) {
-            const int32_t index = (*o)[*m_cachedDesc].asLongInt();
-            if (index >= 0 && enumType->check(static_cast<unsigned long>(index)))
-                return index == m_literalIndex;
-        }
+    if (cls == nullptr || cls->instanceId() != m_cachedClass || m_literalStamp == 0 ||
+        constant.stamp() != m_literalStamp || typeid(nameNode) != typeid(TNConstantExpr) ||
+        static_cast<const TNConstantExpr&>(nameNode).stamp() != m_cachedNameStamp ||
+        m_cachedDesc->type() != TNAttrEnumeration)
+        return false;
+    // A type that gained literals since may now name the constant.
+    const TNEnumType* enumType = m_cachedDesc->enumType().get();
+    if (enumType == nullptr || enumType->instanceId() != m_literalType ||
+        enumType->check(m_literalCount))
+        return false;
+    comparison = {cls, m_cachedDesc, m_literalIndex, m_literalCount};
+    return true;
+}
+
+bool TNAttrExpr::equalsOn(const SgxSimplePtr<TNObject>& object,
+                          const TNConstantExpr& constant) const {
+    if (EnumComparison comparison; enumComparison(object, constant, comparison)) [[likely]] {
+        const int64_t index = (*object)[*comparison.desc].asLongInt();
+        if (index >= 0 && static_cast<size_t>(index) < comparison.literalCount)
+            return index == comparison.literal;
     }
     return equalsFor(object, constant.constant(), constant.stamp());
 }

@@ -186,6 +186,19 @@ public:
     // equals(constant) when the object operand yields `object`, without evaluating the operand
     // (for a filter that binds the operand's variable itself).
     bool equalsOn(const SgxSimplePtr<TNObject>& object, const TNConstantExpr& constant) const;
+    // What equalsOn(object, constant) compares for objects of `object`'s class while the schema
+    // stays as it is: the descriptor of an enumeration attribute, the index of the literal the
+    // constant names (-1 for none) and the type's literal count (an index outside it is left to
+    // equalsOn, which raises). Fills `comparison` and answers true when the caches that an
+    // equalsOn call for `object` leaves behind settle it; false otherwise.
+    struct EnumComparison {
+        const TNClass* cls = nullptr;
+        const TNAttrDesc* desc = nullptr;
+        int64_t literal = -1;
+        size_t literalCount = 0;
+    };
+    bool enumComparison(const SgxSimplePtr<TNObject>& object, const TNConstantExpr& constant,
+                        EnumComparison& comparison) const;
     // The slot operator()() reads when the object operand yields `object`, found the same way
     // (raising what operator()() raises for it), without evaluating the operand.
     const TNAttribute& slotFor(const SgxSimplePtr<TNObject>& object) const {

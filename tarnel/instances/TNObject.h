@@ -174,6 +174,17 @@ private:
         return (word & tn_detail::linkSingleTag) != 0 ? 1 : listLinkCount(word);
     }
     TNLinkView linksAt(int32_t slot) const;
+    // The frozen array of links in `slot`, without a call: its first element and count (none
+    // for an empty slot). False when the slot holds one link in its word, or a list still being
+    // populated: linksAt then.
+    bool linkArrayAt(int32_t slot, const SgxSimplePtr<TNObject>*& first, size_t& count) const noexcept {
+        const uintptr_t word = linkWord(slot);
+        if ((word & tn_detail::linkTagMask) != 0)
+            return false;
+        first = reinterpret_cast<const SgxSimplePtr<TNObject>*>(word);
+        count = word == 0 ? 0 : reinterpret_cast<const uint64_t*>(word)[-1];
+        return true;
+    }
     static size_t listLinkCount(uintptr_t word) noexcept;
     // The slot of the reverse link on `other`, or -1 when none is recorded.
     static int32_t reverseSlot(const SgxSimplePtr<TNObject>& other, const TNAssociation& assoc);

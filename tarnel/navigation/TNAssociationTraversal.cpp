@@ -70,35 +70,35 @@ private:
 };
 
 // The link arrays a closure walk has still to visit, each with the nesting depth that the calls
-// for its objects have in the node-by-node walk: in the caller's frame up to a few dozen levels,
-// on the heap beyond.
+// for its objects have in the node-by-node walk: in the caller's frame up to a few dozen, on the
+// heap beyond.
 class WalkStack {
 public:
+    // Plain data, so that the inline entries cost nothing until used.
     struct Range {
-        const SgxSimplePtr<TNObject>* next;
-        const SgxSimplePtr<TNObject>* end;
+        const SgxSimplePtr<TNObject>* first; // null: the range is `single` alone
+        size_t count;
         size_t depth;
+        TNObject* single;
     };
-    void push(const SgxSimplePtr<TNObject>* first, size_t count, size_t depth) {
+    void push(const Range& range) {
         if (m_size < inlineCapacity) [[likely]]
-            m_inline[m_size] = {first, first + count, depth};
+            m_inline[m_size] = range;
         else
-            m_spill.push_back({first, first + count, depth});
+            m_spill.push_back(range);
         ++m_size;
     }
-    // The next object to visit and its depth, or null when none is left.
-    const TNObject* pop(size_t& depth) {
+    bool pop(Range& range) {
         if (m_size == 0)
-            return nullptr;
-        Range& top = m_size <= inlineCapacity ? m_inline[m_size - 1] : m_spill.back();
-        const TNObject* object = (top.next++)->get();
-        depth = top.depth;
-        if (top.next == top.end) {
-            if (m_size > inlineCapacity)
-                m_spill.pop_back();
-            --m_size;
+            return false;
+        if (m_size > inlineCapacity) [[unlikely]] {
+            range = m_spill.back();
+            m_spill.pop_back();
+        } else {
+            range = m_inline[m_size - 1];
         }
-        return object;
+        --m_size;
+        return true;
     }
 
 private:
@@ -161,8 +161,7 @@ struct TNAssociationTraversal::Closure {
 
     // The link slots of the steps in one class; -1 for a step that adds nothing there.
     struct Slots {
-        uint64_t classId = 0; // TNClass::instanceId(); 0 before the first class
-        int32_t step = -1;    // the slot followed, whether or not the step adds
+        int32_t step = -1; // the slot followed, whether or not the step adds
         int32_t leaves[maxLeaves] = {};
     };
 
@@ -179,71 +178,94 @@ struct TNAssociationTraversal::Closure {
                 return false;
             slots.leaves[i] = assoc != nullptr && leaf.m_addToResult ? leaf.m_cachedSlot : -1;
         }
-        slots.classId = object.getClass()->instanceId();
         return true;
     }
 
     // Sets `total` to what root.count(source) gives when called at nesting depth `depth`, or
-    // answers false (see above).
+    // answers false (see above). A whole link array is taken at a time, its objects sharing
+    // their depth; the arrays of their links wait on a stack, the last one pushed taken first, so
+    // that a cycle in the model reaches the recursion limit after a few steps per level, as the
+    // node-by-node walk does, instead of going through its levels one by one.
     bool countFrozen(const TNObject& source, size_t depth, size_t& total) const {
-        using tn_detail::linkListTag, tn_detail::linkSingleTag, tn_detail::linkTagMask;
+        switch (leafCount) {
+        case 0:
+            return countFrozen<0>(source, depth, total);
+        case 1:
+            return countFrozen<1>(source, depth, total);
+        case 2:
+            return countFrozen<2>(source, depth, total);
+        case 3:
+            return countFrozen<3>(source, depth, total);
+        default:
+            return countFrozen<4>(source, depth, total);
+        }
+    }
+    // The same for a closure with `leafTotal` leaves, known when compiling, so that the loop
+    // over the leaves of each object is unrolled.
+    template <size_t leafTotal>
+    bool countFrozen(const TNObject& source, size_t depth, size_t& total) const {
+        static_assert(leafTotal <= maxLeaves);
+        using tn_detail::linkSingleTag, tn_detail::linkTagMask;
         const size_t stepAdds = step->m_addToResult ? 1 : 0;
         // The deepest call made for an object itself: its last leaf, or the step.
-        const size_t deepest = 1 + leafCount;
-        Slots slots;
-        // The slots of the class last resolved, in locals the walk's stores cannot reach.
-        uint64_t classId = 0;
+        const size_t deepest = 1 + leafTotal;
+        // The slots of the class last resolved, in locals the walk's stores cannot reach. No
+        // class goes away during the walk, so the class is known by its address here.
+        const TNClass* resolvedClass = nullptr;
         int32_t stepSlot = -1;
         int32_t leafSlots[maxLeaves] = {};
-        const size_t leafTotal = leafCount;
+        Slots slots;
         WalkStack pending;
-        // A single link is visited from here; the source too (it may be a copy).
-        SgxSimplePtr<TNObject> single(const_cast<TNObject*>(source.original()));
-        pending.push(&single, 1, depth);
+        // The source may be a copy; what it copies has the link words.
+        pending.push({nullptr, 1, depth, const_cast<TNObject*>(source.original())});
         size_t sum = 0;
-        for (const TNObject* object; (object = pending.pop(depth)) != nullptr;) {
-            // Objects reached through links are never copies: their block is their own.
-            const auto* linkWords = reinterpret_cast<const uintptr_t*>(object);
-            const auto* cls = reinterpret_cast<const TNClass*>(object->m_word);
-            if (depth + deepest >= maxDepth || cls == nullptr)
+        for (WalkStack::Range range; pending.pop(range);) {
+            if (range.depth + deepest >= maxDepth)
                 return false;
-            if (cls->instanceId() != classId) {
-                if (!resolve(*object, slots))
-                    return false;
-                classId = slots.classId;
-                stepSlot = slots.step;
-                std::copy_n(slots.leaves, leafTotal, leafSlots);
-            }
-            sum += rootAdds;
-            for (size_t i = 0; i < leafTotal; ++i) {
-                if (leafSlots[i] < 0)
-                    continue;
-                const uintptr_t word = linkWords[-1 - leafSlots[i]];
-                if ((word & linkTagMask) == 0)
-                    sum += word == 0 ? 0 : reinterpret_cast<const uint64_t*>(word)[-1];
-                else if ((word & linkSingleTag) != 0)
-                    sum += 1;
-                else
-                    return false;
-            }
-            if (stepSlot < 0)
-                continue;
-            const uintptr_t word = linkWords[-1 - stepSlot];
-            if ((word & linkTagMask) == 0) {
-                if (word != 0) {
-                    const size_t linked = reinterpret_cast<const uint64_t*>(word)[-1];
-                    pending.push(reinterpret_cast<const SgxSimplePtr<TNObject>*>(word), linked,
-                                 depth + 2);
-                    sum += stepAdds * linked;
+            const size_t linkDepth = range.depth + 2;
+            sum += rootAdds * range.count;
+            const SgxSimplePtr<TNObject> single(range.single);
+            const SgxSimplePtr<TNObject>* next = range.first != nullptr ? range.first : &single;
+            for (const SgxSimplePtr<TNObject>* end = next + range.count; next != end; ++next) {
+                // Objects reached through links are never copies: their block is their own.
+                const TNObject* object = next->get();
+                const auto* linkWords = reinterpret_cast<const uintptr_t*>(object);
+                const auto* cls = reinterpret_cast<const TNClass*>(object->m_word);
+                if (cls != resolvedClass) [[unlikely]] {
+                    if (cls == nullptr || !resolve(*object, slots))
+                        return false;
+                    resolvedClass = cls;
+                    stepSlot = slots.step;
+                    std::copy_n(slots.leaves, leafTotal, leafSlots);
                 }
-            } else if ((word & linkSingleTag) != 0) {
-                // The pending ranges all point into frozen arrays but this one: it is visited
-                // next, before anything else is pushed.
-                single = reinterpret_cast<TNObject*>(word & ~linkTagMask);
-                pending.push(&single, 1, depth + 2);
-                sum += stepAdds;
-            } else {
-                return false;
+                for (size_t i = 0; i < leafTotal; ++i) {
+                    if (leafSlots[i] < 0)
+                        continue;
+                    const uintptr_t word = linkWords[-1 - leafSlots[i]];
+                    if ((word & linkTagMask) == 0)
+                        sum += word == 0 ? 0 : reinterpret_cast<const uint64_t*>(word)[-1];
+                    else if ((word & linkSingleTag) != 0)
+                        sum += 1;
+                    else
+                        return false;
+                }
+                if (stepSlot < 0)
+                    continue;
+                const uintptr_t word = linkWords[-1 - stepSlot];
+                if ((word & linkTagMask) == 0) {
+                    if (word != 0) {
+                        const size_t linked = reinterpret_cast<const uint64_t*>(word)[-1];
+                        pending.push({reinterpret_cast<const SgxSimplePtr<TNObject>*>(word), linked,
+                                      linkDepth, nullptr});
+                        sum += stepAdds * linked;
+                    }
+                } else if ((word & linkSingleTag) != 0) {
+                    pending.push({nullptr, 1, linkDepth,
+                                  reinterpret_cast<TNObject*>(word & ~linkTagMask)});
+                    sum += stepAdds;
+                } else {
+                    return false;
+                }
             }
         }
         total = sum;
@@ -339,17 +361,24 @@ void TNAssociationTraversal::forEach(const SgxSimplePtr<TNObject>& source,
                                      TNObjectVisitor visit) const {
     if (m_addToResult && m_condition.isNull() && m_child.isNull() && m_sibling.isNull() &&
         !m_associationToTraverse.empty()) {
+        // A frozen array is visited where it lies; anything else through a view of it.
         TNLinkView linked;
+        const SgxSimplePtr<TNObject>* first = nullptr;
+        size_t count = 0;
         {
             const NestingGuard nesting;
             const TNObject& object = *source;
             const TNAssociation* assoc = associationOf(object);
             if (assoc == nullptr)
                 return;
-            linked = links(object, *assoc);
+            if (m_cachedSlot < 0 || !object.linkArrayAt(m_cachedSlot, first, count)) {
+                linked = links(object, *assoc);
+                first = linked.begin();
+                count = linked.size();
+            }
         }
-        for (const SgxSimplePtr<TNObject>& object : linked)
-            if (!visit(object))
+        for (size_t i = 0; i < count; ++i)
+            if (!visit(first[i]))
                 return;
         return;
     }

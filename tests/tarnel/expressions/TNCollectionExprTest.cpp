@@ -107,6 +107,10 @@ TEST(TNFilterExpr, AttributeTestsAgreeWithEvaluatingThePredicate) {
     Four m;
     (*m.o[1])["visibility"] = "private";
     (*m.o[3])["visibility"] = "private";
+    TNObject* leaf = m.make("leaf", 2, true);
+    (*leaf)["visibility"] = "private";
+    TNObject* outside = m.make("outside", 2);
+    (*outside)["visibility"] = 7;
     const std::tuple<const char*, TNValue> tests[] = {
         {"visibility", "private"}, {"visibility", "nope"}, {"name", "c"}, {"size", 2}};
     for (const auto op : {TNRelationalExpr::TNEqual, TNRelationalExpr::TNNotEqual}) {
@@ -130,7 +134,11 @@ TEST(TNFilterExpr, AttributeTestsAgreeWithEvaluatingThePredicate) {
                 release(filter);
                 return kept;
             };
-            for (const Objects& input : {m.seq({0, 1, 2, 3}), Objects{m.o[0], nullptr}})
+            // Runs of one class, a subclass object between them, and a literal index outside
+            // the type after a run (the filter's per-class shortcut must not answer for it).
+            for (const Objects& input : {m.seq({0, 1, 2, 3}), Objects{m.o[0], nullptr},
+                                         Objects{m.o[0], m.o[1], leaf, m.o[2], m.o[3]},
+                                         Objects{m.o[0], m.o[1], m.o[2], outside}})
                 EXPECT_EQ(filterOn(input, false), filterOn(input, true));
         }
     }
