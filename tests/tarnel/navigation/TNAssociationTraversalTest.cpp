@@ -162,6 +162,19 @@ TEST(TNAssociationTraversal, ClosureCountsWhatTheWalkGathers) {
     // The prev links of a, b, d, e, c, e (e is reached along two paths): 0 + 1 + 1 + 2 + 1 + 2.
     EXPECT_EQ(all->count(t.objects[0]), 7u);
     release(all);
+
+    // More link arrays waiting than the walk keeps in its frame: 50 children with 2 each.
+    NodeModel wide;
+    TNObject* top = wide.make("top");
+    for (int i = 0; i < 50; ++i) {
+        TNObject* child = wide.make("child");
+        wide.link(top, {child});
+        wide.link(child, {wide.make("x"), wide.make("y")});
+    }
+    wide.schema.donePopulating();
+    TNAssociationTraversal* below = tnParseTraversal("top: [] -> [next] -> @top");
+    EXPECT_EQ(below->count(top), 150u);
+    release(below);
 }
 
 TEST(TNAssociationTraversal, ClosureCountKeepsTheRecursionLimit) {
