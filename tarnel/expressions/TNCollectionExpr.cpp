@@ -186,6 +186,35 @@ struct AttributeTest {
         variable->object(element);
         return attr->equalsOn(element, *constant) != negated;
     }
+
+    // operator()(element) within one walk over a collection: the comparison for an element's
+    // class is taken out of the attribute node's caches (filled by the first element compared
+    // in full, in this walk or an earlier one) into `prepared`, and the following elements of
+    // that class cost a slot read. Nothing a walk calls changes the schema, so a class stays
+    // what it was until the walk ends.
+    bool operator()(const SgxSimplePtr<TNObject>& element,
+                    TNAttrExpr::EnumComparison& prepared) const {
+        const TNObject* object = element.get();
+        if (object != nullptr && object->getClass().get() == prepared.cls) [[likely]] {
+            const int64_t index = (*object)[*prepared.desc].asLongInt();
+            if (index >= 0 && static_cast<size_t>(index) < prepared.literalCount) {
+                variable->object(element);
+                return (index == prepared.literal) != negated;
+            }
+        }
+        return firstOfClass(element, prepared);
+    }
+    [[gnu::noinline]] bool firstOfClass(const SgxSimplePtr<TNObject>& element,
+                                        TNAttrExpr::EnumComparison& prepared) const {
+        if (element.get() != nullptr && attr->enumComparison(element, *constant, prepared)) {
+            const int64_t index = (*element)[*prepared.desc].asLongInt();
+            if (index >= 0 && static_cast<size_t>(index) < prepared.literalCount) {
+                variable->object(element);
+                return (index == prepared.literal) != negated;
+            }
+        }
+        return (*this)(element);
+    }
 };
 
 bool isAttributeTest(const TNValueAbsExpr* predicate, AttributeTest& test) {
@@ -218,25 +247,10 @@ void filterInto(const TNObjectCollectionExpr& collection,
                 const SgxCyclicPtr<TNValueAbsExpr>& predicate, Keep keep) {
     AttributeTest test;
     if (isAttributeTest(predicate.get(), test)) {
-        // Once an element has filled the attribute node's caches, the comparison for its class
-        // is taken out of them, and later elements of that class cost a slot read. Nothing the
-        // walk calls changes the schema, so the class stays what it was.
         TNAttrExpr::EnumComparison prepared;
         collection.forEach([&](const SgxSimplePtr<TNObject>& element) {
-            const TNObject* object = element.get();
-            if (object != nullptr && object->getClass().get() == prepared.cls) [[likely]] {
-                const int64_t index = (*object)[*prepared.desc].asLongInt();
-                if (index >= 0 && static_cast<size_t>(index) < prepared.literalCount) {
-                    test.variable->object(element);
-                    if ((index == prepared.literal) != test.negated)
-                        keep(element);
-                    return true;
-                }
-            }
-            if (test(element))
+            if (test(element, prepared))
                 keep(element);
-            if (!test.attr->enumComparison(element, *test.constant, prepared))
-                prepared = {};
             return true;
         });
         return;
