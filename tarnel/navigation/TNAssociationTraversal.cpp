@@ -7,6 +7,7 @@
 #include "tarnel/navigation/TNAssociation.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <limits>
 #include <string>
@@ -281,9 +282,33 @@ TNAssociationTraversal::TNAssociationTraversal(const TNAssociationTraversal& oth
 
 TNAssociationTraversal::~TNAssociationTraversal() = default;
 
+namespace {
+// Advanced by every change to any traversal node that could change a graph's shape.
+std::atomic<uint64_t> shapeChanges{1};
+} // namespace
+
+void TNAssociationTraversal::shapeChanged() noexcept {
+    shapeChanges.fetch_add(1, std::memory_order_relaxed);
+}
+
+void TNAssociationTraversal::ClosureDeleter::operator()(const Closure* closure) const noexcept {
+    delete closure;
+}
+
+inline const TNAssociationTraversal::Closure* TNAssociationTraversal::closure() const {
+    const uint64_t changes = shapeChanges.load(std::memory_order_relaxed);
+    if (m_shapesSeen != changes) [[unlikely]] {
+        Closure shape;
+        m_closure.reset(shape.match(*this) ? new Closure(shape) : nullptr);
+        m_shapesSeen = changes;
+    }
+    return m_closure.get();
+}
+
 void TNAssociationTraversal::setAssociationToTraverse(const SgxString& associationToTraverse) {
     m_associationToTraverse = associationToTraverse;
     m_cachedClass = 0;
+    shapeChanged();
 }
 
 void TNAssociationTraversal::traverse(std::vector<SgxSimplePtr<TNObject>>& result,
@@ -316,8 +341,8 @@ void TNAssociationTraversal::traverse(std::vector<SgxSimplePtr<TNObject>>& resul
 
 size_t TNAssociationTraversal::count(const SgxSimplePtr<TNObject>& source) const {
     const NestingGuard nesting;
-    if (Closure closure; closure.match(*this)) {
-        if (size_t total = 0; closure.countFrozen(*source, threadNesting.depth - 1, total))
+    if (const Closure* shape = closure()) {
+        if (size_t total = 0; shape->countFrozen(*source, threadNesting.depth - 1, total))
             return total;
     }
     size_t total = 0;
@@ -467,4 +492,5 @@ void TNAssociationTraversal::restoreGuts(RWvistream& stream) {
     m_child = restoreLink(stream);
     m_sibling = restoreLink(stream);
     m_cachedClass = 0;
+    shapeChanged();
 }

@@ -26,6 +26,8 @@
 #include "tarnel/tarnel_export.h"
 
 #include <cstddef>
+#include <cstdint>
+#include <memory>
 #include <vector>
 
 class TNAssociation;
@@ -82,11 +84,23 @@ public:
     void prepareForDeletion() const override;
 
     void setAssociationToTraverse(const SgxString& associationToTraverse);
-    void setAddToResult(bool addToResult) { m_addToResult = addToResult; }
+    void setAddToResult(bool addToResult) {
+        m_addToResult = addToResult;
+        shapeChanged();
+    }
     void setDepthFirstEvaluation(bool depthFirst) { m_depthFirstEvaluation = depthFirst; }
-    void setCondition(SgxCountedPtr<TNValueAbsExpr> condition) { m_condition = condition; }
-    void setChild(SgxCyclicPtr<TNAssociationTraversal> child) { m_child = child; }
-    void setSibling(SgxCyclicPtr<TNAssociationTraversal> sibling) { m_sibling = sibling; }
+    void setCondition(SgxCountedPtr<TNValueAbsExpr> condition) {
+        m_condition = condition;
+        shapeChanged();
+    }
+    void setChild(SgxCyclicPtr<TNAssociationTraversal> child) {
+        m_child = child;
+        shapeChanged();
+    }
+    void setSibling(SgxCyclicPtr<TNAssociationTraversal> sibling) {
+        m_sibling = sibling;
+        shapeChanged();
+    }
 
     SgxString associationToTraverse() const { return m_associationToTraverse; }
     bool addToResult() const { return m_addToResult; }
@@ -128,6 +142,12 @@ private:
     // count() of a recursive closure, `label: [] -> ( [a] -> @label; [b]; ... )` with no
     // conditions, in one walk over the objects reached; see the source.
     struct Closure;
+    // The closure this node heads, or null; recognized again only after some node of some graph
+    // changed (see shapeChanged), so that counting it often costs no shape tests.
+    const Closure* closure() const;
+    // Called by every setter that can change what a graph computes: a node cannot tell whether
+    // the graphs it belongs to changed, so every node's recognized shape is forgotten.
+    static void shapeChanged() noexcept;
     // object.linkCount(assoc) and object.links(assoc), for the association associationOf(object)
     // just gave, through the remembered slot when the association is simple.
     size_t linkCount(const TNObject& object, const TNAssociation& assoc) const;
@@ -148,4 +168,10 @@ private:
     mutable uint64_t m_cachedClass = 0; // TNClass::instanceId()
     mutable const TNAssociation* m_cachedAssociation = nullptr;
     mutable int32_t m_cachedSlot = -1; // -1: no association, or a compound one
+    // The closure recognized when the shapes were last changed as of m_shapesSeen.
+    mutable uint64_t m_shapesSeen = 0;
+    struct ClosureDeleter {
+        void operator()(const Closure* closure) const noexcept; // where Closure is complete
+    };
+    mutable std::unique_ptr<const Closure, ClosureDeleter> m_closure;
 };

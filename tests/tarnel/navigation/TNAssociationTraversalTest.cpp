@@ -161,6 +161,17 @@ TEST(TNAssociationTraversal, ClosureCountsWhatTheWalkGathers) {
     TNAssociationTraversal* all = tnParseTraversal("top: [] -> ( [next] -> @top; [prev] )");
     // The prev links of a, b, d, e, c, e (e is reached along two paths): 0 + 1 + 1 + 2 + 1 + 2.
     EXPECT_EQ(all->count(t.objects[0]), 7u);
+    // A graph changed after it was counted is counted as it is now: a condition on the leaf,
+    // then a step that no longer leads back.
+    TNAssociationTraversal* leaf = all->child()->sibling().get();
+    SgxCyclicPtr<TNObjectVarExpr> x = new TNObjectVarExpr;
+    leaf->setCondition(SgxCountedPtr<TNValueAbsExpr>(new TNValueAbsExpr(
+        x, new TNRelationalExpr(new TNAttrExpr("name", x), TNRelationalExpr::TNEqual,
+                                new TNConstantExpr("b")))));
+    EXPECT_EQ(all->count(t.objects[0]), 3u); // b as the prev of d, and of e reached twice
+    all->child()->setChild(nullptr);
+    EXPECT_EQ(all->count(t.objects[0]), 0u); // a has no prev
+    all->child()->setChild(all);
     release(all);
 
     // More link arrays waiting than the walk keeps in its frame: 50 children with 2 each.
