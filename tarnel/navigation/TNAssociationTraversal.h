@@ -71,7 +71,8 @@ public:
     void traverse(std::vector<SgxSimplePtr<TNObject>>& result, SgxSimplePtr<TNObject> source) const;
     // The number of objects traverse() would append for `source`, with the same condition
     // evaluations, limits and exceptions; a last step without a condition counts links instead
-    // of gathering them.
+    // of gathering them, and a recursive closure without conditions (`label: [] -> ( [a] ->
+    // @label; [b] )`) over frozen links of simple associations is counted in one loop.
     size_t count(const SgxSimplePtr<TNObject>& source) const;
     // Hands `visit` what traverse() would append for `source`, in order, until it answers false,
     // with the same evaluations, limits and exceptions (all of them before the first visit). A
