@@ -6,9 +6,7 @@ TNValueExpr::~TNValueExpr() = default;
 
 void TNObjectCollectionExpr::forEach(TNObjectVisitor visit) const {
     const TNObjectSequence elements = (*this)();
-    for (const SgxSimplePtr<TNObject>& element : elements)
-        if (!visit(element))
-            return;
+    visit.each(elements.data(), elements.size());
 }
 TNObjectExpr::~TNObjectExpr() = default;
 TNObjectCollectionExpr::~TNObjectCollectionExpr() = default;

@@ -79,9 +79,15 @@ public:
     template <TNObjectVisiting Fn>
     TNObjectVisitor(Fn&& fn) noexcept // NOLINT(google-explicit-constructor): lambdas convert
         : m_callable(const_cast<void*>(static_cast<const void*>(std::addressof(fn)))),
-          m_call(&call<std::remove_reference_t<Fn>>) {}
+          m_call(&call<std::remove_reference_t<Fn>>),
+          m_callEach(&callEach<std::remove_reference_t<Fn>>) {}
     bool operator()(const SgxSimplePtr<TNObject>& object) const {
         return m_call(m_callable, object);
+    }
+    // Hands over `count` elements from `first` in order, until the callable answers false
+    // (then false): one indirect call for a whole array, the callable inlined in the loop.
+    bool each(const SgxSimplePtr<TNObject>* first, size_t count) const {
+        return m_callEach(m_callable, first, count);
     }
 
 private:
@@ -89,9 +95,18 @@ private:
     static bool call(void* callable, const SgxSimplePtr<TNObject>& object) {
         return static_cast<bool>((*static_cast<Callable*>(callable))(object));
     }
+    template <class Callable>
+    static bool callEach(void* callable, const SgxSimplePtr<TNObject>* first, size_t count) {
+        Callable& fn = *static_cast<Callable*>(callable);
+        for (size_t i = 0; i < count; ++i)
+            if (!static_cast<bool>(fn(first[i])))
+                return false;
+        return true;
+    }
 
     void* m_callable;
     bool (*m_call)(void*, const SgxSimplePtr<TNObject>&);
+    bool (*m_callEach)(void*, const SgxSimplePtr<TNObject>*, size_t);
 };
 
 // Nodes yielding a sequence of model objects.

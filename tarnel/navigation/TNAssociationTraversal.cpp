@@ -402,16 +402,12 @@ void TNAssociationTraversal::forEach(const SgxSimplePtr<TNObject>& source,
                 count = linked.size();
             }
         }
-        for (size_t i = 0; i < count; ++i)
-            if (!visit(first[i]))
-                return;
+        visit.each(first, count);
         return;
     }
     std::vector<SgxSimplePtr<TNObject>> gathered;
     traverse(gathered, source);
-    for (const SgxSimplePtr<TNObject>& object : gathered)
-        if (!visit(object))
-            return;
+    visit.each(gathered.data(), gathered.size());
 }
 
 const TNAssociation* TNAssociationTraversal::findAssociation(const TNObject& object) const {
