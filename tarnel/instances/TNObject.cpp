@@ -51,10 +51,8 @@ void copyListOldestFirst(const LinkNode* node, size_t n, SgxSimplePtr<TNObject>*
 }
 
 // A frozen array's elements and count.
-const SgxSimplePtr<TNObject>* arrayElements(uintptr_t word) {
-    return reinterpret_cast<const SgxSimplePtr<TNObject>*>(word);
-}
-size_t arrayCount(uintptr_t word) { return reinterpret_cast<const uint64_t*>(word)[-1]; }
+const SgxSimplePtr<TNObject>* arrayElements(uintptr_t word) { return tn_detail::linkArray(word); }
+size_t arrayCount(uintptr_t word) { return tn_detail::linkArrayCount(word); }
 
 TNObjectStatistics statisticsTotals;
 bool statisticsFileWritten = false;
@@ -375,6 +373,10 @@ void TNObject::donePopulating() {
         array[0] = count;
         auto* elements = reinterpret_cast<SgxSimplePtr<TNObject>*>(array + 1);
         copyListOldestFirst(head, count, elements);
-        word = reinterpret_cast<uintptr_t>(elements);
+        const auto address = reinterpret_cast<uintptr_t>(elements);
+        if ((address & ~tn_detail::linkAddressMask) != 0)
+            SgxAssertion::raise("(address & ~linkAddressMask) == 0", unitName, __LINE__);
+        word = address | std::min<uintptr_t>(count, tn_detail::linkCountElsewhere)
+                             << tn_detail::linkCountShift;
     }
 }

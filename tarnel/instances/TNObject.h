@@ -58,6 +58,22 @@ namespace tn_detail {
 inline constexpr uintptr_t linkSingleTag = 1;
 inline constexpr uintptr_t linkListTag = 2;
 inline constexpr uintptr_t linkTagMask = linkSingleTag | linkListTag;
+// A frozen array's word holds the array's address in its low 48 bits (user space addresses on
+// Linux fit) and the link count in its top 16 bits, or linkCountElsewhere when the count does not
+// fit: then only the word before the array has it. Counting a slot's links reads the word alone,
+// not a line of the array, which lies apart from the objects.
+inline constexpr unsigned linkCountShift = 48;
+inline constexpr uintptr_t linkAddressMask = (uintptr_t(1) << linkCountShift) - 1;
+inline constexpr uintptr_t linkCountElsewhere = 0xFFFF;
+// The elements and the count of a frozen array's word (0 for the empty word).
+inline const SgxSimplePtr<TNObject>* linkArray(uintptr_t word) noexcept {
+    return reinterpret_cast<const SgxSimplePtr<TNObject>*>(word & linkAddressMask);
+}
+inline size_t linkArrayCount(uintptr_t word) noexcept {
+    const uintptr_t inWord = word >> linkCountShift;
+    return inWord != linkCountElsewhere ? inWord
+                                        : reinterpret_cast<const uint64_t*>(word & linkAddressMask)[-1];
+}
 } // namespace tn_detail
 
 class TARNEL_API TNObject {
@@ -170,7 +186,7 @@ private:
     size_t linkCountAt(int32_t slot) const noexcept {
         const uintptr_t word = linkWord(slot);
         if ((word & tn_detail::linkTagMask) == 0)
-            return word == 0 ? 0 : reinterpret_cast<const uint64_t*>(word)[-1];
+            return tn_detail::linkArrayCount(word);
         return (word & tn_detail::linkSingleTag) != 0 ? 1 : listLinkCount(word);
     }
     TNLinkView linksAt(int32_t slot) const;
@@ -181,8 +197,8 @@ private:
         const uintptr_t word = linkWord(slot);
         if ((word & tn_detail::linkTagMask) != 0)
             return false;
-        first = reinterpret_cast<const SgxSimplePtr<TNObject>*>(word);
-        count = word == 0 ? 0 : reinterpret_cast<const uint64_t*>(word)[-1];
+        first = tn_detail::linkArray(word);
+        count = tn_detail::linkArrayCount(word);
         return true;
     }
     static size_t listLinkCount(uintptr_t word) noexcept;

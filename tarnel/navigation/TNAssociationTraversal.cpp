@@ -244,7 +244,7 @@ struct TNAssociationTraversal::Closure {
                         continue;
                     const uintptr_t word = linkWords[-1 - leafSlots[i]];
                     if ((word & linkTagMask) == 0)
-                        sum += word == 0 ? 0 : reinterpret_cast<const uint64_t*>(word)[-1];
+                        sum += tn_detail::linkArrayCount(word);
                     else if ((word & linkSingleTag) != 0)
                         sum += 1;
                     else
@@ -255,9 +255,8 @@ struct TNAssociationTraversal::Closure {
                 const uintptr_t word = linkWords[-1 - stepSlot];
                 if ((word & linkTagMask) == 0) {
                     if (word != 0) {
-                        const size_t linked = reinterpret_cast<const uint64_t*>(word)[-1];
-                        pending.push({reinterpret_cast<const SgxSimplePtr<TNObject>*>(word), linked,
-                                      linkDepth, nullptr});
+                        const size_t linked = tn_detail::linkArrayCount(word);
+                        pending.push({tn_detail::linkArray(word), linked, linkDepth, nullptr});
                         sum += stepAdds * linked;
                     }
                 } else if ((word & linkSingleTag) != 0) {

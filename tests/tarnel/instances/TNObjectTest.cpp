@@ -151,6 +151,30 @@ TEST(TNObject, LinksComeBackOldestFirstInEveryState) {
     EXPECT_EQ(names(empty->objects("classes")), "A");
 }
 
+TEST(TNObject, FrozenLinkCountsOnEitherSideOfWhatTheLinkWordHolds) {
+    // A frozen slot keeps counts up to 65534 in its word and larger ones beside the array.
+    Model m;
+    const auto a = m.make(m.cls, "a");
+    const auto b = m.make(m.cls, "b");
+    const auto fits = m.make(m.package, "fits");
+    const auto beside = m.make(m.package, "beside");
+    for (int i = 0; i < 0xFFFE; ++i)
+        fits->associate(i % 2 == 0 ? a : b, *m.classes);
+    for (int i = 0; i < 0xFFFF + 1; ++i)
+        beside->associate(i % 2 == 0 ? a : b, *m.classes);
+    m.schema.donePopulating();
+    for (const auto& [package, count] : {std::pair{fits, 0xFFFEu}, std::pair{beside, 0x10000u}}) {
+        EXPECT_EQ(package->linkCount(*m.classes), count);
+        const TNLinkView view = package->links(*m.classes);
+        ASSERT_EQ(view.size(), count);
+        EXPECT_EQ(view.begin()[0], a);
+        EXPECT_EQ(view.begin()[count - 1], b);
+        EXPECT_EQ(package->objects(*m.classes).size(), count);
+    }
+    // a's reverse links, 0x7FFF + 0x8000 of them: the one count that is the marker itself.
+    EXPECT_EQ(a->linkCount(*m.cls->getAssociation("package")), 0xFFFFu);
+}
+
 TEST(TNObject, ObjectWantsAtMostOneLink) {
     Model m;
     const auto p = m.make(m.package, "p");
