@@ -217,8 +217,7 @@ struct TNAssociationTraversal::Closure {
         int32_t leafSlots[maxLeaves] = {};
         Slots slots;
         WalkStack pending;
-        // The source may be a copy; what it copies has the link words.
-        pending.push({nullptr, 1, depth, const_cast<TNObject*>(source.original())});
+        pending.push({nullptr, 1, depth, const_cast<TNObject*>(&source)});
         size_t sum = 0;
         for (WalkStack::Range range; pending.pop(range);) {
             if (range.depth + deepest >= maxDepth)
@@ -228,8 +227,12 @@ struct TNAssociationTraversal::Closure {
             const SgxSimplePtr<TNObject> single(range.single);
             const SgxSimplePtr<TNObject>* next = range.first != nullptr ? range.first : &single;
             for (const SgxSimplePtr<TNObject>* end = next + range.count; next != end; ++next) {
-                // Objects reached through links are never copies: their block is their own.
-                const TNObject* object = next->get();
+                // A host may have linked a copy (its original's block has the words) or, where
+                // no reverse link is due, nothing at all (the node-by-node walk raises for it).
+                const TNObject* linked = next->get();
+                if (linked == nullptr) [[unlikely]]
+                    return false;
+                const TNObject* object = linked->original();
                 const auto* linkWords = reinterpret_cast<const uintptr_t*>(object);
                 const auto* cls = reinterpret_cast<const TNClass*>(object->m_word);
                 if (cls != resolvedClass) [[unlikely]] {

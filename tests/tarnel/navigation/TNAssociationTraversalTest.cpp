@@ -182,9 +182,18 @@ TEST(TNAssociationTraversal, ClosureCountsWhatTheWalkGathers) {
         wide.link(top, {child});
         wide.link(child, {wide.make("x"), wide.make("y")});
     }
+    // A copy made by the host, linked and counted from: it stands for its original.
+    const TNObject copy = *top;
+    TNObject* last = wide.make("last");
+    wide.link(last, {const_cast<TNObject*>(&copy)});
     wide.schema.donePopulating();
     TNAssociationTraversal* below = tnParseTraversal("top: [] -> [next] -> @top");
     EXPECT_EQ(below->count(top), 150u);
+    EXPECT_EQ(below->count(const_cast<TNObject*>(&copy)), 150u);
+    TNObjectSequence gathered;
+    below->traverse(gathered, last);
+    EXPECT_EQ(below->count(last), gathered.size());
+    EXPECT_EQ(gathered.size(), 151u);
     release(below);
 }
 
