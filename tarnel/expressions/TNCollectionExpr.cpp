@@ -206,14 +206,20 @@ struct AttributeTest {
     }
     [[gnu::noinline]] bool firstOfClass(const SgxSimplePtr<TNObject>& element,
                                         TNAttrExpr::EnumComparison& prepared) const {
-        if (element.get() != nullptr && attr->enumComparison(element, *constant, prepared)) {
+        if (element.get() == nullptr)
+            return (*this)(element);
+        if (attr->enumComparison(element, *constant, prepared)) {
             const int64_t index = (*element)[*prepared.desc].asLongInt();
             if (index >= 0 && static_cast<size_t>(index) < prepared.literalCount) {
                 variable->object(element);
                 return (index == prepared.literal) != negated;
             }
+            return (*this)(element);
         }
-        return (*this)(element);
+        // Compared in full, the element leaves the caches the comparison is prepared from.
+        const bool kept = (*this)(element);
+        attr->enumComparison(element, *constant, prepared);
+        return kept;
     }
 };
 
@@ -248,11 +254,43 @@ void filterInto(const TNObjectCollectionExpr& collection,
     AttributeTest test;
     if (isAttributeTest(predicate.get(), test)) {
         TNAttrExpr::EnumComparison prepared;
-        collection.forEach([&](const SgxSimplePtr<TNObject>& element) {
-            if (test(element, prepared))
-                keep(element);
-            return true;
-        });
+        // Elements one by one, or a whole array: when its objects are all made by one class,
+        // the first prepares the comparison and the others are compared by reading the slot
+        // alone, at the offset the first has it (their headers, a line of memory each, are
+        // never read). An index outside the type goes the element way, which raises for it.
+        struct Visit {
+            const AttributeTest& test;
+            TNAttrExpr::EnumComparison& prepared;
+            Keep& keep;
+            bool operator()(const SgxSimplePtr<TNObject>& element) const {
+                if (test(element, prepared))
+                    keep(element);
+                return true;
+            }
+            bool operator()(const SgxSimplePtr<TNObject>* first, size_t count, bool uniform) const {
+                size_t i = 0;
+                if (uniform && count > 0) {
+                    (*this)(first[i++]);
+                    const TNObject& model = *first[0];
+                    if (model.getClass().get() == prepared.cls) {
+                        const TNAttribute& modelSlot = model[*prepared.desc];
+                        for (; i < count; ++i) {
+                            const int64_t index =
+                                tn_detail::sameSlot(model, modelSlot, *first[i]).asLongInt();
+                            if (index < 0 || static_cast<size_t>(index) >= prepared.literalCount)
+                                break;
+                            test.variable->object(first[i]);
+                            if ((index == prepared.literal) != test.negated)
+                                keep(first[i]);
+                        }
+                    }
+                }
+                for (; i < count; ++i)
+                    (*this)(first[i]);
+                return true;
+            }
+        };
+        collection.forEach(Visit{test, prepared, keep});
         return;
     }
     collection.forEach([&](const SgxSimplePtr<TNObject>& element) {
@@ -288,7 +326,7 @@ size_t TNAllInstancesExpr::count() const {
     return cls != nullptr ? cls->instances().size() : 0;
 }
 
-void TNAllInstancesExpr::forEach(TNObjectVisitor visit) const {
+void TNAllInstancesExpr::forEach(const TNObjectVisitor& visit) const {
     const TNClass* cls = namedClass();
     if (cls == nullptr)
         return;
@@ -308,7 +346,7 @@ TNObjectSequence TNAssociationExpr::operator()() const {
     return result;
 }
 
-void TNAssociationExpr::forEach(TNObjectVisitor visit) const {
+void TNAssociationExpr::forEach(const TNObjectVisitor& visit) const {
     const SgxSimplePtr<TNObject> start = (*m_object)();
     (*m_association).forEach(start, visit);
 }

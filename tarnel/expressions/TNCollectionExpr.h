@@ -34,7 +34,7 @@ public:
     TNObjectSequence operator()() const override;
     // Count and visit the class's instances where they lie.
     size_t count() const override;
-    void forEach(TNObjectVisitor visit) const override;
+    void forEach(const TNObjectVisitor& visit) const override;
     void prepareForDeletion() const override;
 
     TN_EXPR_FIELD(TNValueExprPtr, name);
@@ -58,7 +58,7 @@ public:
     // Counts through TNAssociationTraversal::count, gathering no more than the walk needs.
     size_t count() const override;
     // Visits a one-step traversal's links where they lie (TNAssociationTraversal::forEach).
-    void forEach(TNObjectVisitor visit) const override;
+    void forEach(const TNObjectVisitor& visit) const override;
     void prepareForDeletion() const override;
 
     TN_EXPR_FIELD(SgxCyclicPtr<TNAssociationTraversal>, association);

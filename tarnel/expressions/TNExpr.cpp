@@ -4,7 +4,7 @@
 // destructors call, and they anchor the bases' vtables in the library.
 TNValueExpr::~TNValueExpr() = default;
 
-void TNObjectCollectionExpr::forEach(TNObjectVisitor visit) const {
+void TNObjectCollectionExpr::forEach(const TNObjectVisitor& visit) const {
     const TNObjectSequence elements = (*this)();
     visit.each(elements.data(), elements.size());
 }

@@ -67,8 +67,9 @@ public:
 };
 
 // A borrowed callable that forEach() hands each element of a sequence in turn; it answers
-// whether to go on. Cheap to pass by value; refers to the callable it was made from, so it is
-// valid while that lives (a lambda written in the call lives until the call returns).
+// whether to go on. It refers to the callable it was made from, so it is valid while that lives
+// (a lambda written in the call lives until the call returns). Passed by reference: made once in
+// the caller's frame, it is not copied again into each call's arguments.
 class TNObjectVisitor;
 template <class Fn>
 concept TNObjectVisiting = !std::is_same_v<std::remove_cvref_t<Fn>, TNObjectVisitor> &&
@@ -85,9 +86,11 @@ public:
         return m_call(m_callable, object);
     }
     // Hands over `count` elements from `first` in order, until the callable answers false
-    // (then false): one indirect call for a whole array, the callable inlined in the loop.
-    bool each(const SgxSimplePtr<TNObject>* first, size_t count) const {
-        return m_callEach(m_callable, first, count);
+    // (then false): one indirect call for a whole array, the callable inlined in the loop. A
+    // callable that also takes (first, count, uniform) gets the array whole; `uniform` says that
+    // every element is an object made by the first one's class (tn_detail::linkUniformTag).
+    bool each(const SgxSimplePtr<TNObject>* first, size_t count, bool uniform = false) const {
+        return m_callEach(m_callable, first, count, uniform);
     }
 
 private:
@@ -96,17 +99,23 @@ private:
         return static_cast<bool>((*static_cast<Callable*>(callable))(object));
     }
     template <class Callable>
-    static bool callEach(void* callable, const SgxSimplePtr<TNObject>* first, size_t count) {
+    static bool callEach(void* callable, const SgxSimplePtr<TNObject>* first, size_t count,
+                         bool uniform) {
         Callable& fn = *static_cast<Callable*>(callable);
-        for (size_t i = 0; i < count; ++i)
-            if (!static_cast<bool>(fn(first[i])))
-                return false;
-        return true;
+        if constexpr (std::is_invocable_r_v<bool, Callable&, const SgxSimplePtr<TNObject>*,
+                                            size_t, bool>) {
+            return static_cast<bool>(fn(first, count, uniform));
+        } else {
+            for (size_t i = 0; i < count; ++i)
+                if (!static_cast<bool>(fn(first[i])))
+                    return false;
+            return true;
+        }
     }
 
     void* m_callable;
     bool (*m_call)(void*, const SgxSimplePtr<TNObject>&);
-    bool (*m_callEach)(void*, const SgxSimplePtr<TNObject>*, size_t);
+    bool (*m_callEach)(void*, const SgxSimplePtr<TNObject>*, size_t, bool);
 };
 
 // Nodes yielding a sequence of model objects.
@@ -125,7 +134,7 @@ public:
     // evaluations and failures as operator()() (all of them, before the first visit). Nodes that
     // can hand over elements where they lie, evaluating nothing on the way, override it, so
     // that the nodes consuming a sequence (filter, map, quantifiers) build no copy of it.
-    virtual void forEach(TNObjectVisitor visit) const;
+    virtual void forEach(const TNObjectVisitor& visit) const;
 };
 
 // Nodes yielding a sequence of texts.

@@ -344,6 +344,17 @@ bool TNObject::getObject(const SgxString& text) const {
     return false;
 }
 
+bool TNObject::isUniform(const SgxSimplePtr<TNObject>* elements, size_t count) noexcept {
+    // Objects made by a class hold the class itself in their word, copies a tagged address.
+    const uintptr_t first = elements[0].get() != nullptr ? elements[0]->m_word : 0;
+    if (first == 0 || (first & copyTag) != 0)
+        return false;
+    for (size_t i = 1; i < count; ++i)
+        if (elements[i].get() == nullptr || elements[i]->m_word != first)
+            return false;
+    return true;
+}
+
 void TNObject::donePopulating() {
     const TNClass& cls = *getClass();
     // Attribute slots need no freezing (see TNAttribute::donePopulating), so only links are
@@ -376,7 +387,8 @@ void TNObject::donePopulating() {
         const auto address = reinterpret_cast<uintptr_t>(elements);
         if ((address & ~tn_detail::linkAddressMask) != 0)
             SgxAssertion::raise("(address & ~linkAddressMask) == 0", unitName, __LINE__);
-        word = address | std::min<uintptr_t>(count, tn_detail::linkCountElsewhere)
-                             << tn_detail::linkCountShift;
+        word = address |
+               std::min<uintptr_t>(count, tn_detail::linkCountElsewhere) << tn_detail::linkCountShift |
+               (isUniform(elements, count) ? tn_detail::linkUniformTag : 0);
     }
 }

@@ -63,7 +63,12 @@ inline constexpr uintptr_t linkTagMask = linkSingleTag | linkListTag;
 // fit: then only the word before the array has it. Counting a slot's links reads the word alone,
 // not a line of the array, which lies apart from the objects.
 inline constexpr unsigned linkCountShift = 48;
-inline constexpr uintptr_t linkAddressMask = (uintptr_t(1) << linkCountShift) - 1;
+// A frozen array's word may also carry linkUniformTag (bit 2, always clear in the 8-aligned
+// address): every element is an object made by its class (not a copy, not null) of the first
+// element's class, so that a walk learns the class of all from the first alone.
+inline constexpr uintptr_t linkUniformTag = 4;
+inline constexpr uintptr_t linkAddressMask =
+    ((uintptr_t(1) << linkCountShift) - 1) & ~(linkTagMask | linkUniformTag);
 inline constexpr uintptr_t linkCountElsewhere = 0xFFFF;
 // The elements and the count of a frozen array's word (0 for the empty word).
 inline const SgxSimplePtr<TNObject>* linkArray(uintptr_t word) noexcept {
@@ -191,17 +196,22 @@ private:
     }
     TNLinkView linksAt(int32_t slot) const;
     // The frozen array of links in `slot`, without a call: its first element and count (none
-    // for an empty slot). False when the slot holds one link in its word, or a list still being
-    // populated: linksAt then.
-    bool linkArrayAt(int32_t slot, const SgxSimplePtr<TNObject>*& first, size_t& count) const noexcept {
+    // for an empty slot), and whether it is uniform (see tn_detail::linkUniformTag). False when
+    // the slot holds one link in its word, or a list still being populated: linksAt then.
+    bool linkArrayAt(int32_t slot, const SgxSimplePtr<TNObject>*& first, size_t& count,
+                     bool& uniform) const noexcept {
         const uintptr_t word = linkWord(slot);
         if ((word & tn_detail::linkTagMask) != 0)
             return false;
         first = tn_detail::linkArray(word);
         count = tn_detail::linkArrayCount(word);
+        uniform = (word & tn_detail::linkUniformTag) != 0;
         return true;
     }
     static size_t listLinkCount(uintptr_t word) noexcept;
+    // Whether the `count` (at least one) objects are all made by one class (tn_detail::
+    // linkUniformTag).
+    static bool isUniform(const SgxSimplePtr<TNObject>* elements, size_t count) noexcept;
     // The slot of the reverse link on `other`, or -1 when none is recorded.
     static int32_t reverseSlot(const SgxSimplePtr<TNObject>& other, const TNAssociation& assoc);
     std::vector<SgxSimplePtr<TNObject>> linkedObjects(int32_t slot) const;
@@ -231,3 +241,15 @@ private:
 
     uintptr_t m_word = 0;
 };
+
+namespace tn_detail {
+// In a uniform run of links (see linkUniformTag), the slot of `object` that lies where `modelSlot`
+// lies in `model`, another object of the run: objects made by one class place a slot at the same
+// offset, so the slot is found without reading `object` itself.
+inline const TNAttribute& sameSlot(const TNObject& model, const TNAttribute& modelSlot,
+                                   const TNObject& object) noexcept {
+    const ptrdiff_t offset =
+        reinterpret_cast<const char*>(&modelSlot) - reinterpret_cast<const char*>(&model);
+    return *reinterpret_cast<const TNAttribute*>(reinterpret_cast<const char*>(&object) + offset);
+}
+} // namespace tn_detail

@@ -385,26 +385,27 @@ size_t TNAssociationTraversal::count(const SgxSimplePtr<TNObject>& source) const
 }
 
 void TNAssociationTraversal::forEach(const SgxSimplePtr<TNObject>& source,
-                                     TNObjectVisitor visit) const {
+                                     const TNObjectVisitor& visit) const {
     if (m_addToResult && m_condition.isNull() && m_child.isNull() && m_sibling.isNull() &&
         !m_associationToTraverse.empty()) {
         // A frozen array is visited where it lies; anything else through a view of it.
         TNLinkView linked;
         const SgxSimplePtr<TNObject>* first = nullptr;
         size_t count = 0;
+        bool uniform = false;
         {
             const NestingGuard nesting;
             const TNObject& object = *source;
             const TNAssociation* assoc = associationOf(object);
             if (assoc == nullptr)
                 return;
-            if (m_cachedSlot < 0 || !object.linkArrayAt(m_cachedSlot, first, count)) {
+            if (m_cachedSlot < 0 || !object.linkArrayAt(m_cachedSlot, first, count, uniform)) {
                 linked = links(object, *assoc);
                 first = linked.begin();
                 count = linked.size();
             }
         }
-        visit.each(first, count);
+        visit.each(first, count, uniform);
         return;
     }
     std::vector<SgxSimplePtr<TNObject>> gathered;

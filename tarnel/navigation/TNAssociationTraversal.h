@@ -78,7 +78,7 @@ public:
     // with the same evaluations, limits and exceptions (all of them before the first visit). A
     // single adding step without condition, child or sibling hands over the links where they
     // lie instead of copying them.
-    void forEach(const SgxSimplePtr<TNObject>& source, TNObjectVisitor visit) const;
+    void forEach(const SgxSimplePtr<TNObject>& source, const TNObjectVisitor& visit) const;
 
     // Claims the condition's nodes, then the child and the sibling, so that deleting this node
     // deletes the whole graph below it once.

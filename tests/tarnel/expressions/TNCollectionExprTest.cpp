@@ -145,6 +145,58 @@ TEST(TNFilterExpr, AttributeTestsAgreeWithEvaluatingThePredicate) {
     EXPECT_EQ(live, 0);
 }
 
+TEST(TNFilterExpr, AttributeTestsOverFrozenLinksAgreeWithThePredicate) {
+    // A frozen array of links to objects of one class is compared by reading each slot alone;
+    // arrays mixing classes, holding a copy, or holding a literal index outside the type must
+    // give what the predicate evaluated node by node gives, raising included.
+    NodeModel m;
+    auto hubWith = [&](std::initializer_list<TNObject*> targets) {
+        TNObject* hub = m.make("hub");
+        m.link(hub, targets);
+        return hub;
+    };
+    auto node = [&](const char* name, const char* visibility, bool isLeaf = false) {
+        TNObject* o = m.make(name, 0, isLeaf);
+        (*o)["visibility"] = visibility;
+        return o;
+    };
+    TNObject* bad = node("bad", "public");
+    (*bad)["visibility"] = 7;
+    TNObject* copied = node("copied", "private");
+    const TNObject copy = *copied;
+    const std::vector<TNObject*> hubs = {
+        hubWith({node("a", "public"), node("b", "private"), node("c", "public")}),
+        hubWith({node("d", "public"), node("e", "private", true), node("f", "public")}),
+        hubWith({node("g", "private"), const_cast<TNObject*>(&copy), node("h", "public")}),
+        hubWith({node("i", "public"), bad, node("j", "public")}),
+    };
+    m.schema.donePopulating();
+    for (const auto op : {TNRelationalExpr::TNEqual, TNRelationalExpr::TNNotEqual}) {
+        for (TNObject* hub : hubs) {
+            auto filterOn = [&](bool opaque) {
+                SgxCyclicPtr<TNObjectVarExpr> x = new TNObjectVarExpr;
+                TNValueExprPtr test = new TNRelationalExpr(new TNAttrExpr("visibility", x), op,
+                                                           new TNConstantExpr("public"));
+                if (opaque)
+                    test = new TNBooleanExpr(new TNBooleanExpr(test, TNBooleanExpr::TNNot, nullptr),
+                                             TNBooleanExpr::TNNot, nullptr);
+                auto* filter = new TNFilterExpr(
+                    new TNValueAbsExpr(x, test),
+                    new TNAssociationExpr(new TNAssociationTraversal("next", true),
+                                          new TNObjectVarExpr(hub)));
+                std::string kept = raised([&] {
+                    const std::string keptNames = names((*filter)());
+                    throw SgxException(keptNames + " #" + std::to_string(filter->count()));
+                });
+                kept += " @" + (x->object() ? (*x->object())["name"].asString() : "-");
+                release(filter);
+                return kept;
+            };
+            EXPECT_EQ(filterOn(false), filterOn(true));
+        }
+    }
+}
+
 TEST(TNSortExpr, TwoKeysGroupByTheFirstAndOrderByTheSecond) {
     ProbeScope scope;
     Four m;
