@@ -5,7 +5,6 @@
 #include "tarnel/metamodel/TNAttrDesc.h"
 #include "tarnel/metamodel/TNEnumType.h"
 #include "tarnel/metamodel/TNSchema.h"
-#include "tarnel/navigation/TNClassIdentifier.h"
 
 #include <functional>
 #include <memory>
@@ -225,7 +224,6 @@ TEST(TNClass, ClassesDescriptorsAndEnumTypesAreEqualByName) {
     EXPECT_EQ(a->flags(), 4u);
     a->setIsDiagram(false);
     EXPECT_FALSE(a->isDiagram());
-    EXPECT_EQ(a->classIdentifier()->className(), "A");
 }
 
 TEST(TNEnumType, LiteralsDuplicatesUnknownsAndDeepCopies) {

@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <sstream>
 
 namespace {
 
@@ -65,7 +64,7 @@ TEST(TNAssociation, AddAssociationEntersBothEndsAndCopiesToChildren) {
     EXPECT_EQ(e->className2(), "Nope");
 }
 
-TEST(TNAssociation, InheritedEntriesAreReplacedInPlaceOwnOnesAreNot) {
+TEST(TNAssociation, InheritedEntriesAreReplacedInPlaceAndFoundThroughTheParents) {
     Declared d;
     const auto c = d.schema.newClass("C");
     d.sub->addAssociation("own", "C", {}, {}, "sub", "other");
@@ -91,11 +90,9 @@ TEST(TNAssociation, InheritedEntriesAreReplacedInPlaceOwnOnesAreNot) {
     EXPECT_EQ(e->className1(), "A");
     EXPECT_EQ(e->className2(), "B");
     EXPECT_EQ(d.a->getAssociation("other"), parents);
-}
 
-TEST(TNAssociation, IsInheritedAsksTheParentsForTheRoleName) {
-    Declared d;
-    // Sub's own association whose role name is a role the parent A is reached through.
+    // isInherited asks the parents for the role name: Sub's own association whose role name is
+    // a role the parent A is reached through counts as inherited.
     d.schema.newClass("D");
     d.a->addAssociation("ad", "D", {}, {}, "fromA", "ds");
     const auto own = d.sub->addAssociation("sd", "D", {}, {}, "ds", "moreDs");
