@@ -269,7 +269,8 @@ void filterInto(const TNObjectCollectionExpr& collection,
             }
             bool operator()(const SgxSimplePtr<TNObject>* first, size_t count, bool uniform) const {
                 size_t i = 0;
-                if (uniform && count > 0) {
+                if (uniform && count > 0 &&
+                    tn_detail::overwrittenOriginals.load(std::memory_order_relaxed) == 0) {
                     (*this)(first[i++]);
                     const TNObject& model = *first[0];
                     if (model.getClass().get() == prepared.cls) {

@@ -102,8 +102,8 @@ private:
     static bool callEach(void* callable, const SgxSimplePtr<TNObject>* first, size_t count,
                          bool uniform) {
         Callable& fn = *static_cast<Callable*>(callable);
-        if constexpr (std::is_invocable_r_v<bool, Callable&, const SgxSimplePtr<TNObject>*,
-                                            size_t, bool>) {
+        if constexpr (std::is_invocable_r_v<bool, Callable&, const SgxSimplePtr<TNObject>*, size_t,
+                                            bool>) {
             return static_cast<bool>(fn(first, count, uniform));
         } else {
             for (size_t i = 0; i < count; ++i)

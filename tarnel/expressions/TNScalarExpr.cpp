@@ -168,8 +168,7 @@ bool TNAttrExpr::equals(const TNConstantExpr& constant) const {
 }
 
 bool TNAttrExpr::enumComparison(const SgxSimplePtr<TNObject>& object,
-                                const TNConstantExpr& constant,
-                                EnumComparison& comparison) const {
+                                const TNConstantExpr& constant, EnumComparison& comparison) const {
     // An object of the class last read, the same constant name and the same literal: the slot
     // cache and the literal cache together settle everything but the slot's value.
     const TNObject* o = object.get();

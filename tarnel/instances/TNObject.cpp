@@ -344,6 +344,8 @@ bool TNObject::getObject(const SgxString& text) const {
     return false;
 }
 
+std::atomic<uint64_t> tn_detail::overwrittenOriginals{0};
+
 bool TNObject::isUniform(const SgxSimplePtr<TNObject>* elements, size_t count) noexcept {
     // Objects made by a class hold the class itself in their word, copies a tagged address.
     const uintptr_t first = elements[0].get() != nullptr ? elements[0]->m_word : 0;
@@ -388,7 +390,8 @@ void TNObject::donePopulating() {
         if ((address & ~tn_detail::linkAddressMask) != 0)
             SgxAssertion::raise("(address & ~linkAddressMask) == 0", unitName, __LINE__);
         word = address |
-               std::min<uintptr_t>(count, tn_detail::linkCountElsewhere) << tn_detail::linkCountShift |
+               std::min<uintptr_t>(count, tn_detail::linkCountElsewhere)
+                   << tn_detail::linkCountShift |
                (isUniform(elements, count) ? tn_detail::linkUniformTag : 0);
     }
 }

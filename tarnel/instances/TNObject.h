@@ -32,6 +32,7 @@
 #include "tarnel/metamodel/TNClass.h"
 #include "tarnel/tarnel_export.h"
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -74,10 +75,15 @@ inline constexpr uintptr_t linkCountElsewhere = 0xFFFF;
 inline const SgxSimplePtr<TNObject>* linkArray(uintptr_t word) noexcept {
     return reinterpret_cast<const SgxSimplePtr<TNObject>*>(word & linkAddressMask);
 }
+// Assignments that made an object of the primary region (one made by its class) a copy of
+// another, since the region was last freed. A uniform array's promise holds while there are none:
+// such an object still sits in the arrays frozen before, but now reads another object's slots.
+TARNEL_API extern std::atomic<uint64_t> overwrittenOriginals;
 inline size_t linkArrayCount(uintptr_t word) noexcept {
     const uintptr_t inWord = word >> linkCountShift;
-    return inWord != linkCountElsewhere ? inWord
-                                        : reinterpret_cast<const uint64_t*>(word & linkAddressMask)[-1];
+    return inWord != linkCountElsewhere
+               ? inWord
+               : reinterpret_cast<const uint64_t*>(word & linkAddressMask)[-1];
 }
 } // namespace tn_detail
 
@@ -92,6 +98,8 @@ public:
     // Shallow: the copy shares the original's class, slots and links.
     TNObject(const TNObject& other) noexcept : m_word(other.copyWord()) {}
     TNObject& operator=(const TNObject& other) noexcept {
+        if (m_word != 0 && (m_word & copyTag) == 0) [[unlikely]]
+            tn_detail::overwrittenOriginals.fetch_add(1, std::memory_order_relaxed);
         m_word = other.copyWord();
         return *this;
     }

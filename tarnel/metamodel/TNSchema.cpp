@@ -4,6 +4,7 @@
 #include "sgx/general/SgxException.h"
 #include "sgx/general/SgxStatistics.h"
 #include "tarnel/core/TNException.h"
+#include "tarnel/instances/TNObject.h"
 #include "tarnel/metamodel/TNClass.h"
 #include "tarnel/metamodel/TNEnumType.h"
 
@@ -232,6 +233,8 @@ void TNSchema::set_ModelSize(size_t modelSize) {
 }
 
 void TNSchema::freeAllMemoryRegions() noexcept {
+    // No object of the region survives it, so none of them is overwritten any more.
+    tn_detail::overwrittenOriginals.store(0, std::memory_order_relaxed);
     freeRegion(s_primaryMemoryRegion);
     freeRegion(s_stringMemoryRegion);
     freeRegion(s_doubleMemoryRegion);

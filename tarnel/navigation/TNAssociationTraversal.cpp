@@ -263,8 +263,8 @@ struct TNAssociationTraversal::Closure {
                         sum += stepAdds * linked;
                     }
                 } else if ((word & linkSingleTag) != 0) {
-                    pending.push({nullptr, 1, linkDepth,
-                                  reinterpret_cast<TNObject*>(word & ~linkTagMask)});
+                    pending.push(
+                        {nullptr, 1, linkDepth, reinterpret_cast<TNObject*>(word & ~linkTagMask)});
                     sum += stepAdds;
                 } else {
                     return false;
