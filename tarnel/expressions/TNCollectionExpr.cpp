@@ -272,12 +272,12 @@ void filterInto(const TNObjectCollectionExpr& collection,
                 if (uniform && count > 0 &&
                     tn_detail::overwrittenOriginals.load(std::memory_order_relaxed) == 0) {
                     (*this)(first[i++]);
-                    const TNObject& model = *first[0];
+                    const TNObject& model = *first[0].get(); // never null in a uniform array
                     if (model.getClass().get() == prepared.cls) {
                         const TNAttribute& modelSlot = model[*prepared.desc];
                         for (; i < count; ++i) {
                             const int64_t index =
-                                tn_detail::sameSlot(model, modelSlot, *first[i]).asLongInt();
+                                tn_detail::sameSlot(model, modelSlot, *first[i].get()).asLongInt();
                             if (index < 0 || static_cast<size_t>(index) >= prepared.literalCount)
                                 break;
                             test.variable->object(first[i]);
