@@ -26,6 +26,26 @@ struct Four : NodeModel {
     std::vector<TNObject*> o;
 };
 
+// What a filter of `collection` by `attribute op value` keeps, counts, leaves its variable on
+// (or raises). Opaque: the test wrapped in a double negation, which is evaluated node by node
+// where the plain test is compared by the filter itself.
+std::string filterOutcome(const char* attribute, TNRelationalExpr::TNRelOp op, const TNValue& value,
+                          TNObjectCollectionExpr* collection, bool opaque) {
+    SgxCyclicPtr<TNObjectVarExpr> x = new TNObjectVarExpr;
+    TNValueExprPtr test = new TNRelationalExpr(new TNAttrExpr(attribute, x), op, constant(value));
+    if (opaque)
+        test = new TNBooleanExpr(new TNBooleanExpr(test, TNBooleanExpr::TNNot, nullptr),
+                                 TNBooleanExpr::TNNot, nullptr);
+    auto* filter = new TNFilterExpr(new TNValueAbsExpr(x, test), collection);
+    std::string kept = raised([&] {
+        const std::string keptNames = names((*filter)());
+        throw SgxException(keptNames + " #" + std::to_string(filter->count()));
+    });
+    kept += " @" + (x->object() ? (*x->object())["name"].asString() : "-");
+    release(filter);
+    return kept;
+}
+
 } // namespace
 
 TEST(TNAllInstancesExpr, ClassInstancesOldestFirstAndTheModelRoot) {
@@ -118,21 +138,8 @@ TEST(TNFilterExpr, AttributeTestsAgreeWithEvaluatingThePredicate) {
             SCOPED_TRACE(std::string(attribute) +
                          (op == TNRelationalExpr::TNEqual ? " == " : " != ") + show(value));
             auto filterOn = [&](const Objects& input, bool opaque) {
-                SgxCyclicPtr<TNObjectVarExpr> x = new TNObjectVarExpr;
-                TNValueExprPtr test =
-                    new TNRelationalExpr(new TNAttrExpr(attribute, x), op, constant(value));
-                if (opaque)
-                    test = new TNBooleanExpr(new TNBooleanExpr(test, TNBooleanExpr::TNNot, nullptr),
-                                             TNBooleanExpr::TNNot, nullptr);
-                auto* filter = new TNFilterExpr(new TNValueAbsExpr(x, test),
-                                                new ObjectsProbe("input", {input}));
-                std::string kept = raised([&] {
-                    const std::string keptNames = names((*filter)());
-                    throw SgxException(keptNames + " #" + std::to_string(filter->count()));
-                });
-                kept += " @" + (x->object() ? (*x->object())["name"].asString() : "-");
-                release(filter);
-                return kept;
+                return filterOutcome(attribute, op, value, new ObjectsProbe("input", {input}),
+                                     opaque);
             };
             // Runs of one class, a subclass object between them, and a literal index outside
             // the type after a run (the filter's per-class shortcut must not answer for it).
@@ -179,24 +186,11 @@ TEST(TNFilterExpr, AttributeTestsOverFrozenLinksAgreeWithThePredicate) {
         for (const auto op : {TNRelationalExpr::TNEqual, TNRelationalExpr::TNNotEqual}) {
             for (TNObject* hub : hubs) {
                 auto filterOn = [&](bool opaque) {
-                    SgxCyclicPtr<TNObjectVarExpr> x = new TNObjectVarExpr;
-                    TNValueExprPtr test = new TNRelationalExpr(new TNAttrExpr("visibility", x), op,
-                                                               new TNConstantExpr("public"));
-                    if (opaque)
-                        test = new TNBooleanExpr(
-                            new TNBooleanExpr(test, TNBooleanExpr::TNNot, nullptr),
-                            TNBooleanExpr::TNNot, nullptr);
-                    auto* filter = new TNFilterExpr(
-                        new TNValueAbsExpr(x, test),
+                    return filterOutcome(
+                        "visibility", op, "public",
                         new TNAssociationExpr(new TNAssociationTraversal("next", true),
-                                              new TNObjectVarExpr(hub)));
-                    std::string kept = raised([&] {
-                        const std::string keptNames = names((*filter)());
-                        throw SgxException(keptNames + " #" + std::to_string(filter->count()));
-                    });
-                    kept += " @" + (x->object() ? (*x->object())["name"].asString() : "-");
-                    release(filter);
-                    return kept;
+                                              new TNObjectVarExpr(hub)),
+                        opaque);
                 };
                 EXPECT_EQ(filterOn(false), filterOn(true));
             }
