@@ -165,6 +165,8 @@ struct TNAssociationTraversal::Closure {
         int32_t step = -1; // the slot followed, whether or not the step adds
         int32_t leaves[maxLeaves] = {};
     };
+    mutable uint64_t lastClass = 0; // TNClass::instanceId() of lastSlots
+    mutable Slots lastSlots;
 
     // Fills `slots` for the class of `object`; false for a compound association.
     bool resolve(const TNObject& object, Slots& slots) const {
@@ -236,8 +238,18 @@ struct TNAssociationTraversal::Closure {
                 const auto* linkWords = reinterpret_cast<const uintptr_t*>(object);
                 const auto* cls = reinterpret_cast<const TNClass*>(object->m_word);
                 if (cls != resolvedClass) [[unlikely]] {
-                    if (cls == nullptr || !resolve(*object, slots))
+                    if (cls == nullptr)
                         return false;
+                    // The slots of the class met first in the last walk, as that walk resolved
+                    // them (the steps' own caches are kept by class the same way).
+                    if (cls->instanceId() == lastClass) {
+                        slots = lastSlots;
+                    } else {
+                        if (!resolve(*object, slots))
+                            return false;
+                        lastClass = cls->instanceId();
+                        lastSlots = slots;
+                    }
                     resolvedClass = cls;
                     stepSlot = slots.step;
                     std::copy_n(slots.leaves, leafTotal, leafSlots);
