@@ -53,9 +53,9 @@ struct TNObjectStatistics {
 };
 
 namespace tn_detail {
-// Link slot words of an object: 0 is an empty slot; an untagged pointer is a frozen array (its
-// count in the word before it); linkSingleTag marks a frozen slot holding its one object in the
-// word; linkListTag marks the newest node of a list still being populated.
+// Link slot words of an object: 0 is an empty slot; a word without these tags is a frozen array
+// (see below); linkSingleTag marks a frozen slot holding its one object in the word; linkListTag
+// marks the newest node of a list still being populated.
 inline constexpr uintptr_t linkSingleTag = 1;
 inline constexpr uintptr_t linkListTag = 2;
 inline constexpr uintptr_t linkTagMask = linkSingleTag | linkListTag;
@@ -75,16 +75,16 @@ inline constexpr uintptr_t linkCountElsewhere = 0xFFFF;
 inline const SgxSimplePtr<TNObject>* linkArray(uintptr_t word) noexcept {
     return reinterpret_cast<const SgxSimplePtr<TNObject>*>(word & linkAddressMask);
 }
-// Assignments that made an object of the primary region (one made by its class) a copy of
-// another, since the region was last freed. A uniform array's promise holds while there are none:
-// such an object still sits in the arrays frozen before, but now reads another object's slots.
-TARNEL_API extern std::atomic<uint64_t> overwrittenOriginals;
 inline size_t linkArrayCount(uintptr_t word) noexcept {
     const uintptr_t inWord = word >> linkCountShift;
     return inWord != linkCountElsewhere
                ? inWord
                : reinterpret_cast<const uint64_t*>(word & linkAddressMask)[-1];
 }
+// Assignments that made an object of the primary region (one made by its class) a copy of
+// another, since the region was last freed. A uniform array's promise holds while there are none:
+// such an object still sits in the arrays frozen before, but now reads another object's slots.
+TARNEL_API extern std::atomic<uint64_t> overwrittenOriginals;
 } // namespace tn_detail
 
 class TARNEL_API TNObject {
