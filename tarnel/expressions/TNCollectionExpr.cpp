@@ -195,13 +195,10 @@ struct AttributeTest {
     bool operator()(const SgxSimplePtr<TNObject>& element,
                     TNAttrExpr::EnumComparison& prepared) const {
         const TNObject* object = element.get();
-        if (object != nullptr && object->getClass().get() == prepared.cls) [[likely]] {
-            const int64_t index = (*object)[*prepared.desc].asLongInt();
-            if (index >= 0 && static_cast<size_t>(index) < prepared.literalCount) {
-                variable->object(element);
-                return (index == prepared.literal) != negated;
-            }
-        }
+        bool keeps = false;
+        if (object != nullptr && object->getClass().get() == prepared.cls &&
+            fromSlot(element, (*object)[*prepared.desc], prepared, keeps)) [[likely]]
+            return keeps;
         return firstOfClass(element, prepared);
     }
     [[gnu::noinline]] bool firstOfClass(const SgxSimplePtr<TNObject>& element,
@@ -209,17 +206,27 @@ struct AttributeTest {
         if (element.get() == nullptr)
             return (*this)(element);
         if (attr->enumComparison(element, *constant, prepared)) {
-            const int64_t index = (*element)[*prepared.desc].asLongInt();
-            if (index >= 0 && static_cast<size_t>(index) < prepared.literalCount) {
-                variable->object(element);
-                return (index == prepared.literal) != negated;
-            }
-            return (*this)(element);
+            bool keeps = false;
+            return fromSlot(element, (*element)[*prepared.desc], prepared, keeps)
+                       ? keeps
+                       : (*this)(element);
         }
         // Compared in full, the element leaves the caches the comparison is prepared from.
         const bool kept = (*this)(element);
         attr->enumComparison(element, *constant, prepared);
         return kept;
+    }
+    // Settles the comparison of `element` from `slot` when it holds a literal of the prepared
+    // type: binds the variable and sets `keeps`. False, binding nothing, for an index outside the
+    // type, which only the full comparison reports.
+    bool fromSlot(const SgxSimplePtr<TNObject>& element, const TNAttribute& slot,
+                  const TNAttrExpr::EnumComparison& prepared, bool& keeps) const {
+        const int64_t index = slot.asLongInt();
+        if (index < 0 || static_cast<size_t>(index) >= prepared.literalCount)
+            return false;
+        variable->object(element);
+        keeps = (index == prepared.literal) != negated;
+        return true;
     }
 };
 
@@ -275,13 +282,12 @@ void filterInto(const TNObjectCollectionExpr& collection,
                     const TNObject& model = *first[0].get(); // never null in a uniform array
                     if (model.getClass().get() == prepared.cls) {
                         const TNAttribute& modelSlot = model[*prepared.desc];
-                        for (; i < count; ++i) {
-                            const int64_t index =
-                                tn_detail::sameSlot(model, modelSlot, *first[i].get()).asLongInt();
-                            if (index < 0 || static_cast<size_t>(index) >= prepared.literalCount)
+                        for (bool keeps = false; i < count; ++i) {
+                            const TNAttribute& slot =
+                                tn_detail::sameSlot(model, modelSlot, *first[i].get());
+                            if (!test.fromSlot(first[i], slot, prepared, keeps))
                                 break;
-                            test.variable->object(first[i]);
-                            if ((index == prepared.literal) != test.negated)
+                            if (keeps)
                                 keep(first[i]);
                         }
                     }
