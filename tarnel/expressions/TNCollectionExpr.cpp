@@ -181,6 +181,9 @@ struct AttributeTest {
     const TNAttrExpr* attr = nullptr;
     const TNConstantExpr* constant = nullptr;
     bool negated = false;
+    // The comparison the filter's last walk prepared: the first element of the same class in
+    // this walk takes it over, after a check that the schema has not changed it.
+    TNAttrExpr::EnumComparison* remembered = nullptr;
 
     bool operator()(const SgxSimplePtr<TNObject>& element) const {
         variable->object(element);
@@ -205,7 +208,9 @@ struct AttributeTest {
                                         TNAttrExpr::EnumComparison& prepared) const {
         if (element.get() == nullptr)
             return (*this)(element);
-        if (attr->enumComparison(element, *constant, prepared)) {
+        if (remembered->holdsFor(element->getClass().get()) ||
+            attr->enumComparison(element, *constant, *remembered)) {
+            prepared = *remembered;
             bool keeps = false;
             return fromSlot(element, (*element)[*prepared.desc], prepared, keeps)
                        ? keeps
@@ -213,7 +218,8 @@ struct AttributeTest {
         }
         // Compared in full, the element leaves the caches the comparison is prepared from.
         const bool kept = (*this)(element);
-        attr->enumComparison(element, *constant, prepared);
+        if (attr->enumComparison(element, *constant, *remembered))
+            prepared = *remembered;
         return kept;
     }
     // Settles the comparison of `element` from `slot` when it holds a literal of the prepared
@@ -230,7 +236,8 @@ struct AttributeTest {
     }
 };
 
-bool isAttributeTest(const TNValueAbsExpr* predicate, AttributeTest& test) {
+// Recognizes `predicate` as an attribute test: fills `plan` and answers true, or leaves it.
+bool isAttributeTest(const TNValueAbsExpr* predicate, tn_detail::AttributeTestPlan& plan) {
     if (predicate == nullptr)
         return false;
     TNObjectVarExpr* variable = predicate->contextObject().get();
@@ -249,17 +256,26 @@ bool isAttributeTest(const TNValueAbsExpr* predicate, AttributeTest& test) {
     const auto& attr = static_cast<const TNAttrExpr&>(*lhs);
     if (attr.object().get() != variable)
         return false;
-    test = {variable, &attr, static_cast<const TNConstantExpr*>(rhs),
-            op == TNRelationalExpr::TNNotEqual};
+    plan = {variable, &attr, static_cast<const TNConstantExpr*>(rhs),
+            op == TNRelationalExpr::TNNotEqual, {}};
     return true;
 }
 
-// Hands `keep` the elements of `collection` that `predicate` accepts, in order.
+// Hands `keep` the elements of `collection` that `predicate` accepts, in order. `cache` keeps
+// what the predicate was recognized as, and the comparison prepared, for the next call.
 template <class Keep>
 void filterInto(const TNObjectCollectionExpr& collection,
-                const SgxCyclicPtr<TNValueAbsExpr>& predicate, Keep keep) {
-    AttributeTest test;
-    if (isAttributeTest(predicate.get(), test)) {
+                const SgxCyclicPtr<TNValueAbsExpr>& predicate,
+                tn_detail::ShapeCache<tn_detail::AttributeTestPlan>& cache, Keep keep) {
+    if (!cache.current()) [[unlikely]] {
+        cache.plan = {};
+        isAttributeTest(predicate.get(), cache.plan);
+        cache.derived();
+    }
+    tn_detail::AttributeTestPlan& plan = cache.plan;
+    if (plan.variable != nullptr) {
+        const AttributeTest test{plan.variable, plan.attr, plan.constant, plan.negated,
+                                 &plan.prepared};
         TNAttrExpr::EnumComparison prepared;
         // Elements one by one, or a whole array: when its objects are all made by one class,
         // the first prepares the comparison and the others are compared by reading the slot
@@ -365,14 +381,14 @@ size_t TNAssociationExpr::count() const {
 
 TNObjectSequence TNFilterExpr::operator()() const {
     TNObjectSequence kept;
-    filterInto(*m_collection, m_predicate,
+    filterInto(*m_collection, m_predicate, m_plan,
                [&](const SgxSimplePtr<TNObject>& element) { kept.push_back(element); });
     return kept;
 }
 
 size_t TNFilterExpr::count() const {
     size_t kept = 0;
-    filterInto(*m_collection, m_predicate, [&](const SgxSimplePtr<TNObject>&) { ++kept; });
+    filterInto(*m_collection, m_predicate, m_plan, [&](const SgxSimplePtr<TNObject>&) { ++kept; });
     return kept;
 }
 

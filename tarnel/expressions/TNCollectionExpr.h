@@ -11,6 +11,7 @@
 #pragma once
 
 #include "tarnel/expressions/TNExpr.h"
+#include "tarnel/expressions/TNScalarExpr.h"
 #include "tarnel/navigation/TNAssociationTraversal.h"
 
 #include <cstdint>
@@ -65,6 +66,18 @@ public:
     TN_EXPR_FIELD(TNObjectExprPtr, object);
 };
 
+namespace tn_detail {
+// A filter's predicate recognized as x -> attr(name, x) == constant (or !=), x a plain variable,
+// which the filter compares itself, and the comparison it last prepared for a class of objects.
+struct AttributeTestPlan {
+    TNObjectVarExpr* variable = nullptr; // null: the predicate is evaluated node by node
+    const TNAttrExpr* attr = nullptr;
+    const TNConstantExpr* constant = nullptr;
+    bool negated = false;
+    TNAttrExpr::EnumComparison prepared;
+};
+} // namespace tn_detail
+
 // The elements of `collection` for which `predicate` yields a value whose asBoolean() is true,
 // in order, duplicates kept.
 class TARNEL_API TNFilterExpr : public TNObjectCollectionExpr {
@@ -81,6 +94,9 @@ public:
 
     TN_EXPR_FIELD(SgxCyclicPtr<TNValueAbsExpr>, predicate);
     TN_EXPR_FIELD(TNObjectCollectionExprPtr, collection);
+    // What the predicate was recognized as, kept from one evaluation to the next while no graph
+    // changes, so that a filter evaluated once per object of a report tests its shape once.
+    mutable tn_detail::ShapeCache<tn_detail::AttributeTestPlan> m_plan;
 };
 
 // The concatenation, in order, of what `path` yields for each element of `collection`.
@@ -127,6 +143,7 @@ public:
     // Appends a key after those already given.
     void key(const SgxCyclicPtr<TNValueAbsExpr>& key, bool ascending) {
         m_keys.push_back({key, ascending});
+        tn_detail::graphChanged();
     }
 
     TN_EXPR_FIELD(std::vector<SortKey>, keys);

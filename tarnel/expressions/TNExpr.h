@@ -25,11 +25,52 @@
 #include "tarnel/core/TNValue.h"
 #include "tarnel/tarnel_export.h"
 
+#include <atomic>
+#include <cstdint>
 #include <memory>
 #include <type_traits>
 #include <vector>
 
 class TNObject;
+
+namespace tn_detail {
+// Advanced by every change to a node of any expression or traversal graph that can change what
+// the graph computes: a setter, a node assigned over another, a node read back from a stream.
+// Binding a variable is no such change. Nodes that derive a plan from the shape of the nodes
+// below them (a filter recognizing an attribute test, a traversal recognizing a closure) keep it
+// while the counter stays where it was: a node cannot tell which graphs another node is part of.
+TARNEL_API extern std::atomic<uint64_t> graphChanges;
+inline void graphChanged() noexcept { graphChanges.fetch_add(1, std::memory_order_relaxed); }
+
+// A member of every node that takes no room: assigning a node over another changes a graph as
+// its setters do.
+struct GraphChangeOnAssign {
+    GraphChangeOnAssign() = default;
+    GraphChangeOnAssign(const GraphChangeOnAssign&) = default;
+    GraphChangeOnAssign& operator=(const GraphChangeOnAssign&) noexcept {
+        graphChanged();
+        return *this;
+    }
+};
+
+// What a node derived from the shape of its graph, with the graphChanges it was derived at.
+// Copies start empty, so that a copied node derives its own.
+template <class Plan> struct ShapeCache {
+    ShapeCache() = default;
+    ShapeCache(const ShapeCache&) noexcept {}
+    ShapeCache& operator=(const ShapeCache&) noexcept {
+        seen = 0;
+        return *this;
+    }
+    // Whether the plan was derived since the last change to any graph.
+    bool current() const noexcept { return seen == graphChanges.load(std::memory_order_relaxed); }
+    // Marks the plan about to be derived as current.
+    void derived() noexcept { seen = graphChanges.load(std::memory_order_relaxed); }
+
+    uint64_t seen = 0; // graphChanges starts at 1
+    Plan plan{};
+};
+} // namespace tn_detail
 
 // What object-collection and string-collection expressions yield: sequences in a defined order,
 // duplicates allowed.
@@ -38,7 +79,8 @@ using TNStringSequence = std::vector<SgxString>;
 
 // ---------------------------------------------------------------------------------------------
 // Family bases. Each is abstract and has no fields; copying one copies nothing but its SgxObject
-// part (a copy starts not owned). Result names what operator()() returns.
+// part (a copy starts not owned), and assigning one counts as a change to its graph
+// (tn_detail::graphChanges). Result names what operator()() returns.
 
 // Nodes yielding one TNValue.
 class TARNEL_API TNValueExpr : public SgxObject, public SgxCyclicPtrBody {
@@ -53,6 +95,8 @@ public:
     // values override it to skip building the TNValue, so that filters and quantifiers, which
     // call it once per element, stay cheap.
     virtual bool test() const { return (*this)().asBoolean(); }
+private:
+    [[no_unique_address]] tn_detail::GraphChangeOnAssign m_graphChange;
 };
 
 // Nodes yielding one model object, possibly null.
@@ -64,6 +108,8 @@ public:
     TNObjectExpr& operator=(const TNObjectExpr&) = default;
     ~TNObjectExpr() override = 0;
     virtual SgxSimplePtr<TNObject> operator()() const = 0;
+private:
+    [[no_unique_address]] tn_detail::GraphChangeOnAssign m_graphChange;
 };
 
 // A borrowed callable that forEach() hands each element of a sequence in turn; it answers
@@ -135,6 +181,8 @@ public:
     // can hand over elements where they lie, evaluating nothing on the way, override it, so
     // that the nodes consuming a sequence (filter, map, quantifiers) build no copy of it.
     virtual void forEach(const TNObjectVisitor& visit) const;
+private:
+    [[no_unique_address]] tn_detail::GraphChangeOnAssign m_graphChange;
 };
 
 // Nodes yielding a sequence of texts.
@@ -146,6 +194,8 @@ public:
     TNStringCollectionExpr& operator=(const TNStringCollectionExpr&) = default;
     ~TNStringCollectionExpr() override = 0;
     virtual TNStringSequence operator()() const = 0;
+private:
+    [[no_unique_address]] tn_detail::GraphChangeOnAssign m_graphChange;
 };
 
 // Operand pointers of each family.
@@ -178,12 +228,16 @@ protected:
 
 // Declares the field m_<name> of type Type, default-initialised (null pointer, operator 0,
 // false), with its getter name() const, which returns a copy (a copied pointer never owns), and
-// its setter name(const Type&), a plain assignment that never deletes the operand it replaces.
-// Leaves the class in its private section.
+// its setter name(const Type&), a plain assignment that never deletes the operand it replaces
+// (and counts as a change to the graph, tn_detail::graphChanges). Leaves the class in its private
+// section.
 #define TN_EXPR_FIELD(Type, name)                                                                  \
 public:                                                                                            \
     Type name() const { return m_##name; }                                                         \
-    void name(const Type& new_##name) { m_##name = new_##name; }                                   \
+    void name(const Type& new_##name) {                                                            \
+        m_##name = new_##name;                                                                     \
+        tn_detail::graphChanged();                                                                 \
+    }                                                                                              \
                                                                                                    \
 private:                                                                                           \
     Type m_##name {}
@@ -205,7 +259,12 @@ public:
     SgxSimplePtr<TNObject> operator()() const override { return m_object; }
     void prepareForDeletion() const override {}
 
-    TN_EXPR_FIELD(SgxSimplePtr<TNObject>, object);
+    SgxSimplePtr<TNObject> object() const { return m_object; }
+    // Binds the variable, which changes what the graph yields but not the graph.
+    void object(const SgxSimplePtr<TNObject>& object) { m_object = object; }
+
+private:
+    SgxSimplePtr<TNObject> m_object;
 };
 
 // ---------------------------------------------------------------------------------------------
@@ -235,6 +294,7 @@ public:
 
     TN_EXPR_FIELD(SgxCyclicPtr<TNObjectVarExpr>, contextObject);
     TN_EXPR_FIELD(SgxCyclicPtr<Family>, expr);
+    [[no_unique_address]] tn_detail::GraphChangeOnAssign m_graphChange;
 };
 
 // Binding: evaluates expr on first use and returns that result until flushCache(). The flag is

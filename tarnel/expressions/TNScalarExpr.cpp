@@ -184,8 +184,19 @@ bool TNAttrExpr::enumComparison(const SgxSimplePtr<TNObject>& object,
     if (enumType == nullptr || enumType->instanceId() != m_literalType ||
         enumType->check(m_literalCount))
         return false;
-    comparison = {cls, m_cachedDesc, m_literalIndex, m_literalCount};
+    comparison = {cls,           m_cachedDesc, m_literalIndex,      m_literalCount,
+                  m_cachedClass, enumType,     enumType->instanceId()};
     return true;
+}
+
+bool TNAttrExpr::EnumComparison::holdsFor(const TNClass* objectClass) const {
+    // A live class at the address prepared for, so its descriptor lives too.
+    if (objectClass == nullptr || objectClass != cls || cls->instanceId() != classId ||
+        desc->type() != TNAttrEnumeration)
+        return false;
+    const TNEnumType* enumType = desc->enumType().get();
+    return enumType != nullptr && enumType == type && enumType->instanceId() == typeId &&
+           !enumType->check(literalCount);
 }
 
 bool TNAttrExpr::equalsOn(const SgxSimplePtr<TNObject>& object,

@@ -140,6 +140,7 @@ public:
     void value(const TNValue& newValue) {
         m_value = newValue;
         m_stamp = nextStamp();
+        tn_detail::graphChanged();
     }
 
 private:
@@ -196,6 +197,15 @@ public:
         const TNAttrDesc* desc = nullptr;
         int64_t literal = -1;
         size_t literalCount = 0;
+        uint64_t classId = 0; // cls->instanceId()
+        const TNEnumType* type = nullptr;
+        uint64_t typeId = 0; // type->instanceId()
+
+        // Whether the comparison still holds for objects of `objectClass`, the schema having
+        // changed since or not, as long as the attribute node and the constant have not: the
+        // class is the one it was prepared for (not one made at its address later), the
+        // descriptor still an enumeration of the same type, and the type has gained no literal.
+        bool holdsFor(const TNClass* objectClass) const;
     };
     bool enumComparison(const SgxSimplePtr<TNObject>& object, const TNConstantExpr& constant,
                         EnumComparison& comparison) const;

@@ -296,21 +296,12 @@ TNAssociationTraversal::TNAssociationTraversal(const TNAssociationTraversal& oth
 
 TNAssociationTraversal::~TNAssociationTraversal() = default;
 
-namespace {
-// Advanced by every change to any traversal node that could change a graph's shape.
-std::atomic<uint64_t> shapeChanges{1};
-} // namespace
-
-void TNAssociationTraversal::shapeChanged() noexcept {
-    shapeChanges.fetch_add(1, std::memory_order_relaxed);
-}
-
 void TNAssociationTraversal::ClosureDeleter::operator()(const Closure* closure) const noexcept {
     delete closure;
 }
 
 inline const TNAssociationTraversal::Closure* TNAssociationTraversal::closure() const {
-    const uint64_t changes = shapeChanges.load(std::memory_order_relaxed);
+    const uint64_t changes = tn_detail::graphChanges.load(std::memory_order_relaxed);
     if (m_shapesSeen != changes) [[unlikely]] {
         Closure shape;
         m_closure.reset(shape.match(*this) ? new Closure(shape) : nullptr);
@@ -322,7 +313,7 @@ inline const TNAssociationTraversal::Closure* TNAssociationTraversal::closure() 
 void TNAssociationTraversal::setAssociationToTraverse(const SgxString& associationToTraverse) {
     m_associationToTraverse = associationToTraverse;
     m_cachedClass = 0;
-    shapeChanged();
+    tn_detail::graphChanged();
 }
 
 void TNAssociationTraversal::traverse(std::vector<SgxSimplePtr<TNObject>>& result,
@@ -503,5 +494,5 @@ void TNAssociationTraversal::restoreGuts(RWvistream& stream) {
     m_child = restoreLink(stream);
     m_sibling = restoreLink(stream);
     m_cachedClass = 0;
-    shapeChanged();
+    tn_detail::graphChanged();
 }

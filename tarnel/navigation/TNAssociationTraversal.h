@@ -87,20 +87,20 @@ public:
     void setAssociationToTraverse(const SgxString& associationToTraverse);
     void setAddToResult(bool addToResult) {
         m_addToResult = addToResult;
-        shapeChanged();
+        tn_detail::graphChanged();
     }
     void setDepthFirstEvaluation(bool depthFirst) { m_depthFirstEvaluation = depthFirst; }
     void setCondition(SgxCountedPtr<TNValueAbsExpr> condition) {
         m_condition = condition;
-        shapeChanged();
+        tn_detail::graphChanged();
     }
     void setChild(SgxCyclicPtr<TNAssociationTraversal> child) {
         m_child = child;
-        shapeChanged();
+        tn_detail::graphChanged();
     }
     void setSibling(SgxCyclicPtr<TNAssociationTraversal> sibling) {
         m_sibling = sibling;
-        shapeChanged();
+        tn_detail::graphChanged();
     }
 
     SgxString associationToTraverse() const { return m_associationToTraverse; }
@@ -144,11 +144,8 @@ private:
     // conditions, in one walk over the objects reached; see the source.
     struct Closure;
     // The closure this node heads, or null; recognized again only after some node of some graph
-    // changed (see shapeChanged), so that counting it often costs no shape tests.
+    // changed (tn_detail::graphChanges), so that counting it often costs no shape tests.
     const Closure* closure() const;
-    // Called by every setter that can change what a graph computes: a node cannot tell whether
-    // the graphs it belongs to changed, so every node's recognized shape is forgotten.
-    static void shapeChanged() noexcept;
     // object.linkCount(assoc) and object.links(assoc), for the association associationOf(object)
     // just gave, through the remembered slot when the association is simple.
     size_t linkCount(const TNObject& object, const TNAssociation& assoc) const;
