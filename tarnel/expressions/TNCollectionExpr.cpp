@@ -294,18 +294,36 @@ void filterInto(const TNObjectCollectionExpr& collection,
                 size_t i = 0;
                 if (uniform && count > 0 &&
                     tn_detail::overwrittenOriginals.load(std::memory_order_relaxed) == 0) {
-                    (*this)(first[i++]);
                     const TNObject& model = *first[0].get(); // never null in a uniform array
-                    if (model.getClass().get() == prepared.cls) {
+                    const TNClass* cls = model.getClass().get();
+                    // The comparison of the last walk when it still holds, else the one the
+                    // first element prepares when compared in full.
+                    if (cls != prepared.cls && test.remembered->holdsFor(cls))
+                        prepared = *test.remembered;
+                    if (cls != prepared.cls)
+                        (*this)(first[i++]);
+                    if (cls == prepared.cls) {
+                        // The prepared slot is an enumeration in every object of the array, so
+                        // its literal index is read without its descriptor. The variable is
+                        // bound once, to the last element compared, as comparing each would
+                        // leave it.
                         const TNAttribute& modelSlot = model[*prepared.desc];
-                        for (bool keeps = false; i < count; ++i) {
-                            const TNAttribute& slot =
-                                tn_detail::sameSlot(model, modelSlot, *first[i].get());
-                            if (!test.fromSlot(first[i], slot, prepared, keeps))
+                        const size_t from = i;
+                        // In locals, which the stores of `keep` cannot reach.
+                        const size_t literalCount = prepared.literalCount;
+                        const int64_t literal = prepared.literal;
+                        const bool negated = test.negated;
+                        for (; i < count; ++i) {
+                            const int64_t index =
+                                tn_detail::sameSlot(model, modelSlot, *first[i].get())
+                                    .integerInPlace();
+                            if (index < 0 || static_cast<size_t>(index) >= literalCount)
                                 break;
-                            if (keeps)
+                            if ((index == literal) != negated)
                                 keep(first[i]);
                         }
+                        if (i > from)
+                            test.variable->object(first[i - 1]);
                     }
                 }
                 for (; i < count; ++i)
