@@ -371,13 +371,26 @@ void TNAllInstancesExpr::forEach(const TNObjectVisitor& visit) const {
     const TNClass* cls = namedClass();
     if (cls == nullptr)
         return;
-    // The instances as they are now: a visitor that makes objects of the class (or unpopulates
-    // the schema) neither sees the new ones nor reads past the end.
+    // The instances as they are now, handed over a few at a time from a copy: a visitor that
+    // makes objects of the class (or unpopulates the schema) neither sees the new ones nor reads
+    // past the end, and one call takes a whole batch.
+    // The first batch is small, for visitors that stop early (extraction); the buffer is left
+    // uninitialized.
     const TNObjectSequence& instances = cls->instances();
     const size_t count = instances.size();
-    for (size_t i = 0; i < count && i < instances.size(); ++i)
-        if (!visit(instances[i]))
+    constexpr size_t batchSize = 256;
+    union Batch {
+        Batch() {}
+        SgxSimplePtr<TNObject> items[batchSize];
+    } batch;
+    visit.expect(count);
+    for (size_t i = 0, want = 8; i < count && i < instances.size(); want = batchSize) {
+        const size_t n = std::min({want, count - i, instances.size() - i});
+        std::copy_n(instances.begin() + static_cast<ptrdiff_t>(i), n, batch.items);
+        if (!visit.each(batch.items, n))
             return;
+        i += n;
+    }
 }
 
 TNObjectSequence TNAssociationExpr::operator()() const {
@@ -480,13 +493,28 @@ SgxSimplePtr<TNObject> TNModelExpr::operator()() const {
 }
 
 TNStringSequence TNMapExpr::operator()() const {
-    // Built from the whole sequence, so that the texts are placed once in a vector of the right
-    // size (long results otherwise grow through fresh pages several times).
-    const TNObjectSequence elements = (*m_collection)();
+    // The elements are taken where the collection has them, an array at a time, and the texts
+    // vector grows once per array to hold it (a long result otherwise grows through fresh pages
+    // several times).
     TNStringSequence texts;
-    texts.reserve(elements.size());
-    for (const SgxSimplePtr<TNObject>& element : elements)
-        texts.push_back((*m_function)(element).asString());
+    const TNValueAbsExpr& function = *m_function;
+    struct Append {
+        TNStringSequence& texts;
+        const TNValueAbsExpr& function;
+        bool operator()(const SgxSimplePtr<TNObject>& element) const {
+            texts.push_back(function(element).asString());
+            return true;
+        }
+        void expect(size_t total) const { texts.reserve(texts.size() + total); }
+        bool operator()(const SgxSimplePtr<TNObject>* first, size_t count, bool) const {
+            if (const size_t needed = texts.size() + count; needed > texts.capacity())
+                texts.reserve(std::max(needed, 2 * texts.capacity()));
+            for (size_t i = 0; i < count; ++i)
+                texts.push_back(function(first[i]).asString());
+            return true;
+        }
+    };
+    (*m_collection).forEach(Append{texts, function});
     return texts;
 }
 

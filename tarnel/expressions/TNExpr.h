@@ -127,7 +127,8 @@ public:
     TNObjectVisitor(Fn&& fn) noexcept // NOLINT(google-explicit-constructor): lambdas convert
         : m_callable(const_cast<void*>(static_cast<const void*>(std::addressof(fn)))),
           m_call(&call<std::remove_reference_t<Fn>>),
-          m_callEach(&callEach<std::remove_reference_t<Fn>>) {}
+          m_callEach(&callEach<std::remove_reference_t<Fn>>),
+          m_expect(expectFor<std::remove_reference_t<Fn>>()) {}
     bool operator()(const SgxSimplePtr<TNObject>& object) const {
         return m_call(m_callable, object);
     }
@@ -137,6 +138,12 @@ public:
     // every element is an object made by the first one's class (tn_detail::linkUniformTag).
     bool each(const SgxSimplePtr<TNObject>* first, size_t count, bool uniform = false) const {
         return m_callEach(m_callable, first, count, uniform);
+    }
+    // Tells a callable that has expect(size_t) how many elements at most are coming, before a
+    // collection that knows hands them over in several calls (so that a result is sized once).
+    void expect(size_t total) const {
+        if (m_expect != nullptr)
+            m_expect(m_callable, total);
     }
 
 private:
@@ -159,9 +166,17 @@ private:
         }
     }
 
+    template <class Callable> static constexpr void (*expectFor())(void*, size_t) {
+        if constexpr (requires(Callable& fn, size_t n) { fn.expect(n); })
+            return [](void* callable, size_t total) { static_cast<Callable*>(callable)->expect(total); };
+        else
+            return nullptr;
+    }
+
     void* m_callable;
     bool (*m_call)(void*, const SgxSimplePtr<TNObject>&);
     bool (*m_callEach)(void*, const SgxSimplePtr<TNObject>*, size_t, bool);
+    void (*m_expect)(void*, size_t);
 };
 
 // Nodes yielding a sequence of model objects.

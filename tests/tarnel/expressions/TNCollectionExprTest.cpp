@@ -85,6 +85,41 @@ TEST(TNAllInstancesExpr, ClassInstancesOldestFirstAndTheModelRoot) {
     release(new TNAllInstancesExpr("Node", nullptr)); // the constant it made is freed
 }
 
+TEST(TNAllInstancesExpr, ManyInstancesVisitedInBatchesAsTheyWereWhenTheVisitBegan) {
+    // More instances than one batch holds: visits stop where told, objects made meanwhile are
+    // neither visited nor read, and a map over them keeps their order.
+    NodeModel m;
+    constexpr int made = 700;
+    for (int i = 0; i < made; ++i)
+        m.make("n" + std::to_string(i), i);
+    auto* object = new TNObjectVarExpr(m.make("last", made));
+    TNAllInstancesExpr all("Node", object);
+    Objects visited;
+    all.forEach([&](const SgxSimplePtr<TNObject>& node) {
+        visited.push_back(node);
+        m.make("late"); // the vector of instances grows, and moves, while it is visited
+        return visited.size() < 600;
+    });
+    ASSERT_EQ(visited.size(), 600u);
+    EXPECT_EQ((*visited[599])["name"].asString(), "n599");
+    visited.clear();
+    all.forEach([&](const SgxSimplePtr<TNObject>& node) {
+        visited.push_back(node);
+        return true;
+    });
+    EXPECT_EQ(visited.size(), static_cast<size_t>(made + 1 + 600));
+    EXPECT_EQ(visited, m.node->objects());
+    TNMapExpr sizes(attributeOf("size"), new TNAllInstancesExpr("Node", object));
+    const TNStringSequence texts = sizes();
+    ASSERT_EQ(texts.size(), visited.size());
+    EXPECT_EQ(texts[0], "0");
+    EXPECT_EQ(texts[made - 1], std::to_string(made - 1));
+    EXPECT_EQ(texts[made], std::to_string(made));
+    deleteOperandsOf(sizes); // deletes the shared variable
+    all.object(nullptr);
+    deleteOperandsOf(all);
+}
+
 TEST(TNCollectionExpr, FilterTraverseReverseMapUniqueKeepOrder) {
     ProbeScope scope;
     Four m;
