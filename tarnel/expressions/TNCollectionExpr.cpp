@@ -4,6 +4,7 @@
 #include "tarnel/expressions/TNScalarExpr.h"
 #include "tarnel/instances/TNObject.h"
 #include "tarnel/metamodel/TNClass.h"
+#include "tarnel/metamodel/TNEnumType.h"
 #include "tarnel/metamodel/TNSchema.h"
 
 #include <algorithm>
@@ -176,57 +177,75 @@ void sortRange(TNObjectSequence& seq, size_t first, size_t last, const SortKeys&
 // A predicate x -> attr(name, x) == constant (or !=), x a plain variable, the filter of most
 // reports. A filter evaluates it by binding x and comparing the slot itself: the same effects as
 // evaluating the predicate, without its calls through four nodes per element.
+//
+// Within one walk over a collection, the comparison for a class (`prepared`, kept in the
+// filter's plan from one walk to the next) is checked or taken out of the attribute node's
+// caches once, at the first element of that class, and the following elements of the class
+// cost a slot read. Nothing a walk calls changes the schema, so a class stays what it was until
+// the walk ends; between walks it may change, which the check at a walk's first element sees.
 struct AttributeTest {
-    TNObjectVarExpr* variable = nullptr;
-    const TNAttrExpr* attr = nullptr;
-    const TNConstantExpr* constant = nullptr;
-    bool negated = false;
-    // The comparison the filter's last walk prepared: the first element of the same class in
-    // this walk takes it over, after a check that the schema has not changed it.
-    TNAttrExpr::EnumComparison* remembered = nullptr;
+    TNObjectVarExpr* variable;
+    const TNAttrExpr* attr;
+    const TNConstantExpr* constant;
+    bool negated;
+    TNAttrExpr::EnumComparison& prepared;
+    const TNClass* verified = nullptr; // the class `prepared` is known to hold for in this walk
 
-    bool operator()(const SgxSimplePtr<TNObject>& element) const {
+    explicit AttributeTest(tn_detail::AttributeTestPlan& plan)
+        : variable(plan.variable), attr(plan.attr), constant(plan.constant),
+          negated(plan.negated), prepared(plan.prepared) {}
+
+    // Compares in full, as the predicate would.
+    bool inFull(const SgxSimplePtr<TNObject>& element) const {
         variable->object(element);
         return attr->equalsOn(element, *constant) != negated;
     }
-
-    // operator()(element) within one walk over a collection: the comparison for an element's
-    // class is taken out of the attribute node's caches (filled by the first element compared
-    // in full, in this walk or an earlier one) into `prepared`, and the following elements of
-    // that class cost a slot read. Nothing a walk calls changes the schema, so a class stays
-    // what it was until the walk ends.
-    bool operator()(const SgxSimplePtr<TNObject>& element,
-                    TNAttrExpr::EnumComparison& prepared) const {
+    bool operator()(const SgxSimplePtr<TNObject>& element) {
         const TNObject* object = element.get();
         bool keeps = false;
-        if (object != nullptr && object->getClass().get() == prepared.cls &&
-            fromSlot(element, (*object)[*prepared.desc], prepared, keeps)) [[likely]]
+        if (object != nullptr && object->getClass().get() == verified &&
+            fromSlot(element, (*object)[*prepared.desc], keeps)) [[likely]]
             return keeps;
-        return firstOfClass(element, prepared);
+        return firstOfClass(element);
     }
-    [[gnu::noinline]] bool firstOfClass(const SgxSimplePtr<TNObject>& element,
-                                        TNAttrExpr::EnumComparison& prepared) const {
+    // Whether the comparison holds for objects of `cls` in this walk: verified already, or
+    // checked now (see holds), or taken out of the attribute node's caches as an element of
+    // `cls` left them.
+    bool prepare(const TNClass* cls, const SgxSimplePtr<TNObject>& element) {
+        if (cls != verified && (holds(cls) || attr->enumComparison(element, *constant, prepared)))
+            verified = cls;
+        return cls == verified;
+    }
+    [[gnu::noinline]] bool firstOfClass(const SgxSimplePtr<TNObject>& element) {
         if (element.get() == nullptr)
-            return (*this)(element);
-        if (remembered->holdsFor(element->getClass().get()) ||
-            attr->enumComparison(element, *constant, *remembered)) {
-            prepared = *remembered;
-            bool keeps = false;
-            return fromSlot(element, (*element)[*prepared.desc], prepared, keeps)
-                       ? keeps
-                       : (*this)(element);
-        }
+            return inFull(element);
+        const TNClass* cls = element->getClass().get();
+        bool keeps = false;
+        if (prepare(cls, element))
+            return fromSlot(element, (*element)[*prepared.desc], keeps) ? keeps : inFull(element);
         // Compared in full, the element leaves the caches the comparison is prepared from.
-        const bool kept = (*this)(element);
-        if (attr->enumComparison(element, *constant, *remembered))
-            prepared = *remembered;
+        const bool kept = inFull(element);
+        prepare(cls, element);
         return kept;
+    }
+    // Whether `prepared`, as a walk before this one left it, still holds for objects of `cls`,
+    // the schema having changed since or not (the nodes have not: the plan would be gone): the
+    // class is the one it was prepared for (not one made at its address later), the descriptor
+    // still an enumeration of the same type, and the type has gained no literal (which the
+    // constant might name).
+    bool holds(const TNClass* cls) const {
+        if (cls == nullptr || cls != prepared.cls || cls->instanceId() != prepared.classId ||
+            prepared.desc->type() != TNAttrEnumeration)
+            return false;
+        const TNEnumType* type = prepared.desc->enumType().get();
+        return type != nullptr && type == prepared.type && type->instanceId() == prepared.typeId &&
+               !type->check(prepared.literalCount);
     }
     // Settles the comparison of `element` from `slot` when it holds a literal of the prepared
     // type: binds the variable and sets `keeps`. False, binding nothing, for an index outside the
     // type, which only the full comparison reports.
     bool fromSlot(const SgxSimplePtr<TNObject>& element, const TNAttribute& slot,
-                  const TNAttrExpr::EnumComparison& prepared, bool& keeps) const {
+                  bool& keeps) const {
         const int64_t index = slot.asLongInt();
         if (index < 0 || static_cast<size_t>(index) >= prepared.literalCount)
             return false;
@@ -274,19 +293,16 @@ void filterInto(const TNObjectCollectionExpr& collection,
     }
     tn_detail::AttributeTestPlan& plan = cache.plan;
     if (plan.variable != nullptr) {
-        const AttributeTest test{plan.variable, plan.attr, plan.constant, plan.negated,
-                                 &plan.prepared};
-        TNAttrExpr::EnumComparison prepared;
+        AttributeTest test(plan);
         // Elements one by one, or a whole array: when its objects are all made by one class,
-        // the first prepares the comparison and the others are compared by reading the slot
-        // alone, at the offset the first has it (their headers, a line of memory each, are
+        // the comparison is prepared for the first and the others are compared by reading the
+        // slot alone, at the offset the first has it (their headers, a line of memory each, are
         // never read). An index outside the type goes the element way, which raises for it.
         struct Visit {
-            const AttributeTest& test;
-            TNAttrExpr::EnumComparison& prepared;
+            AttributeTest& test;
             Keep& keep;
             bool operator()(const SgxSimplePtr<TNObject>& element) const {
-                if (test(element, prepared))
+                if (test(element))
                     keep(element);
                 return true;
             }
@@ -296,17 +312,16 @@ void filterInto(const TNObjectCollectionExpr& collection,
                     tn_detail::overwrittenOriginals.load(std::memory_order_relaxed) == 0) {
                     const TNObject& model = *first[0].get(); // never null in a uniform array
                     const TNClass* cls = model.getClass().get();
-                    // The comparison of the last walk when it still holds, else the one the
-                    // first element prepares when compared in full.
-                    if (cls != prepared.cls && test.remembered->holdsFor(cls))
-                        prepared = *test.remembered;
-                    if (cls != prepared.cls)
+                    // Prepared for the first element, or else as comparing it in full leaves
+                    // the caches.
+                    if (!test.prepare(cls, first[0]))
                         (*this)(first[i++]);
-                    if (cls == prepared.cls) {
+                    if (cls == test.verified) {
                         // The prepared slot is an enumeration in every object of the array, so
                         // its literal index is read without its descriptor. The variable is
                         // bound once, to the last element compared, as comparing each would
                         // leave it.
+                        const TNAttrExpr::EnumComparison& prepared = test.prepared;
                         const TNAttribute& modelSlot = model[*prepared.desc];
                         const size_t from = i;
                         // In locals, which the stores of `keep` cannot reach.
@@ -331,7 +346,7 @@ void filterInto(const TNObjectCollectionExpr& collection,
                 return true;
             }
         };
-        collection.forEach(Visit{test, prepared, keep});
+        collection.forEach(Visit{test, keep});
         return;
     }
     collection.forEach([&](const SgxSimplePtr<TNObject>& element) {

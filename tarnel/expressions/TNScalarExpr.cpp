@@ -189,16 +189,6 @@ bool TNAttrExpr::enumComparison(const SgxSimplePtr<TNObject>& object,
     return true;
 }
 
-bool TNAttrExpr::EnumComparison::holdsFor(const TNClass* objectClass) const {
-    // A live class at the address prepared for, so its descriptor lives too.
-    if (objectClass == nullptr || objectClass != cls || cls->instanceId() != classId ||
-        desc->type() != TNAttrEnumeration)
-        return false;
-    const TNEnumType* enumType = desc->enumType().get();
-    return enumType != nullptr && enumType == type && enumType->instanceId() == typeId &&
-           !enumType->check(literalCount);
-}
-
 bool TNAttrExpr::equalsOn(const SgxSimplePtr<TNObject>& object,
                           const TNConstantExpr& constant) const {
     if (EnumComparison comparison; enumComparison(object, constant, comparison)) [[likely]] {

@@ -197,15 +197,11 @@ public:
         const TNAttrDesc* desc = nullptr;
         int64_t literal = -1;
         size_t literalCount = 0;
+        // What tells, later, that the schema still has them: the ids of the class and of the
+        // enumeration type, and the type.
         uint64_t classId = 0; // cls->instanceId()
         const TNEnumType* type = nullptr;
         uint64_t typeId = 0; // type->instanceId()
-
-        // Whether the comparison still holds for objects of `objectClass`, the schema having
-        // changed since or not, as long as the attribute node and the constant have not: the
-        // class is the one it was prepared for (not one made at its address later), the
-        // descriptor still an enumeration of the same type, and the type has gained no literal.
-        bool holdsFor(const TNClass* objectClass) const;
     };
     bool enumComparison(const SgxSimplePtr<TNObject>& object, const TNConstantExpr& constant,
                         EnumComparison& comparison) const;
