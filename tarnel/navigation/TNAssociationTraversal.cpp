@@ -215,8 +215,9 @@ struct TNAssociationTraversal::Closure {
         // The slots of the class last resolved, in locals the walk's stores cannot reach. No
         // class goes away during the walk, so the class is known by its address here.
         const TNClass* resolvedClass = nullptr;
-        int32_t stepSlot = -1;
-        int32_t leafSlots[maxLeaves] = {};
+        // As indexes of the link words before an object (-1 - slot), 0 for none.
+        ptrdiff_t stepWord = 0;
+        ptrdiff_t leafWords[maxLeaves] = {};
         Slots slots;
         WalkStack pending;
         pending.push({nullptr, 1, depth, const_cast<TNObject*>(&source)});
@@ -251,13 +252,14 @@ struct TNAssociationTraversal::Closure {
                         lastSlots = slots;
                     }
                     resolvedClass = cls;
-                    stepSlot = slots.step;
-                    std::copy_n(slots.leaves, leafTotal, leafSlots);
+                    stepWord = slots.step < 0 ? 0 : -1 - ptrdiff_t(slots.step);
+                    for (size_t i = 0; i < leafTotal; ++i)
+                        leafWords[i] = slots.leaves[i] < 0 ? 0 : -1 - ptrdiff_t(slots.leaves[i]);
                 }
                 for (size_t i = 0; i < leafTotal; ++i) {
-                    if (leafSlots[i] < 0)
+                    if (leafWords[i] == 0)
                         continue;
-                    const uintptr_t word = linkWords[-1 - leafSlots[i]];
+                    const uintptr_t word = linkWords[leafWords[i]];
                     if ((word & linkTagMask) == 0)
                         sum += tn_detail::linkArrayCount(word);
                     else if ((word & linkSingleTag) != 0)
@@ -265,9 +267,9 @@ struct TNAssociationTraversal::Closure {
                     else
                         return false;
                 }
-                if (stepSlot < 0)
+                if (stepWord == 0)
                     continue;
-                const uintptr_t word = linkWords[-1 - stepSlot];
+                const uintptr_t word = linkWords[stepWord];
                 if ((word & linkTagMask) == 0) {
                     if (word != 0) {
                         const size_t linked = tn_detail::linkArrayCount(word);
