@@ -192,8 +192,8 @@ struct AttributeTest {
     const TNClass* verified = nullptr; // the class `prepared` is known to hold for in this walk
 
     explicit AttributeTest(tn_detail::AttributeTestPlan& plan)
-        : variable(plan.variable), attr(plan.attr), constant(plan.constant),
-          negated(plan.negated), prepared(plan.prepared) {}
+        : variable(plan.variable), attr(plan.attr), constant(plan.constant), negated(plan.negated),
+          prepared(plan.prepared) {}
 
     // Compares in full, as the predicate would.
     bool inFull(const SgxSimplePtr<TNObject>& element) const {
@@ -255,7 +255,7 @@ struct AttributeTest {
     }
 };
 
-// Recognizes `predicate` as an attribute test: fills `plan` and answers true, or leaves it.
+// Recognizes `predicate` as an attribute test: fills in `plan` and answers true, or leaves it.
 bool isAttributeTest(const TNValueAbsExpr* predicate, tn_detail::AttributeTestPlan& plan) {
     if (predicate == nullptr)
         return false;
@@ -275,8 +275,10 @@ bool isAttributeTest(const TNValueAbsExpr* predicate, tn_detail::AttributeTestPl
     const auto& attr = static_cast<const TNAttrExpr&>(*lhs);
     if (attr.object().get() != variable)
         return false;
-    plan = {variable, &attr, static_cast<const TNConstantExpr*>(rhs),
-            op == TNRelationalExpr::TNNotEqual, {}};
+    plan.variable = variable;
+    plan.attr = &attr;
+    plan.constant = static_cast<const TNConstantExpr*>(rhs);
+    plan.negated = op == TNRelationalExpr::TNNotEqual;
     return true;
 }
 

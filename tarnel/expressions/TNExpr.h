@@ -16,6 +16,10 @@
 // Evaluating writes object variables and binding caches inside the graph, so a graph is used by
 // one thread at a time and is not re-entrant. Errors raised by operands pass through unchanged;
 // a null operand raises the SgxCyclicPtr null-dereference SgxException of the access used.
+//
+// Plans. Some nodes keep, from one evaluation to the next, what they derived from the shape of
+// the nodes below them (see tn_detail::graphChanges); a host changes a graph through the nodes'
+// setters and assignments, which make every such plan derived anew.
 #pragma once
 
 #include "sgx/general/SgxCyclicPtr.h"
@@ -95,6 +99,7 @@ public:
     // values override it to skip building the TNValue, so that filters and quantifiers, which
     // call it once per element, stay cheap.
     virtual bool test() const { return (*this)().asBoolean(); }
+
 private:
     [[no_unique_address]] tn_detail::GraphChangeOnAssign m_graphChange;
 };
@@ -108,6 +113,7 @@ public:
     TNObjectExpr& operator=(const TNObjectExpr&) = default;
     ~TNObjectExpr() override = 0;
     virtual SgxSimplePtr<TNObject> operator()() const = 0;
+
 private:
     [[no_unique_address]] tn_detail::GraphChangeOnAssign m_graphChange;
 };
@@ -167,8 +173,10 @@ private:
     }
 
     template <class Callable> static constexpr void (*expectFor())(void*, size_t) {
-        if constexpr (requires(Callable& fn, size_t n) { fn.expect(n); })
-            return [](void* callable, size_t total) { static_cast<Callable*>(callable)->expect(total); };
+        if constexpr (requires(Callable & fn, size_t n) { fn.expect(n); })
+            return [](void* callable, size_t total) {
+                static_cast<Callable*>(callable)->expect(total);
+            };
         else
             return nullptr;
     }
@@ -196,6 +204,7 @@ public:
     // can hand over elements where they lie, evaluating nothing on the way, override it, so
     // that the nodes consuming a sequence (filter, map, quantifiers) build no copy of it.
     virtual void forEach(const TNObjectVisitor& visit) const;
+
 private:
     [[no_unique_address]] tn_detail::GraphChangeOnAssign m_graphChange;
 };
@@ -209,6 +218,7 @@ public:
     TNStringCollectionExpr& operator=(const TNStringCollectionExpr&) = default;
     ~TNStringCollectionExpr() override = 0;
     virtual TNStringSequence operator()() const = 0;
+
 private:
     [[no_unique_address]] tn_detail::GraphChangeOnAssign m_graphChange;
 };

@@ -184,8 +184,13 @@ bool TNAttrExpr::enumComparison(const SgxSimplePtr<TNObject>& object,
     if (enumType == nullptr || enumType->instanceId() != m_literalType ||
         enumType->check(m_literalCount))
         return false;
-    comparison = {cls,           m_cachedDesc, m_literalIndex,      m_literalCount,
-                  m_cachedClass, enumType,     enumType->instanceId()};
+    comparison = {.cls = cls,
+                  .desc = m_cachedDesc,
+                  .literal = m_literalIndex,
+                  .literalCount = m_literalCount,
+                  .classId = m_cachedClass,
+                  .type = enumType,
+                  .typeId = enumType->instanceId()};
     return true;
 }
 
