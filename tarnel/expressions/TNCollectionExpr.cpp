@@ -288,12 +288,8 @@ template <class Keep>
 void filterInto(const TNObjectCollectionExpr& collection,
                 const SgxCyclicPtr<TNValueAbsExpr>& predicate,
                 tn_detail::ShapeCache<tn_detail::AttributeTestPlan>& cache, Keep keep) {
-    if (!cache.current()) [[unlikely]] {
-        cache.plan = {};
-        isAttributeTest(predicate.get(), cache.plan);
-        cache.derived();
-    }
-    tn_detail::AttributeTestPlan& plan = cache.plan;
+    tn_detail::AttributeTestPlan& plan = cache.get(
+        [&](tn_detail::AttributeTestPlan& derived) { isAttributeTest(predicate.get(), derived); });
     if (plan.variable != nullptr) {
         AttributeTest test(plan);
         // Elements one by one, or a whole array: when its objects are all made by one class,

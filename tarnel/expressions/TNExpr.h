@@ -59,18 +59,27 @@ struct GraphChangeOnAssign {
 
 // What a node derived from the shape of its graph, with the graphChanges it was derived at.
 // Copies start empty, so that a copied node derives its own.
-template <class Plan> struct ShapeCache {
+template <class Plan> class ShapeCache {
+public:
     ShapeCache() = default;
     ShapeCache(const ShapeCache&) noexcept {}
     ShapeCache& operator=(const ShapeCache&) noexcept {
         seen = 0;
         return *this;
     }
-    // Whether the plan was derived since the last change to any graph.
-    bool current() const noexcept { return seen == graphChanges.load(std::memory_order_relaxed); }
-    // Marks the plan about to be derived as current.
-    void derived() noexcept { seen = graphChanges.load(std::memory_order_relaxed); }
+    // The plan, derived anew by derive(Plan&) from an empty one when some graph has changed
+    // since it was last derived.
+    template <class Derive> Plan& get(Derive derive) {
+        const uint64_t now = graphChanges.load(std::memory_order_relaxed);
+        if (seen != now) [[unlikely]] {
+            plan = Plan();
+            derive(plan);
+            seen = now;
+        }
+        return plan;
+    }
 
+private:
     uint64_t seen = 0; // graphChanges starts at 1
     Plan plan{};
 };
