@@ -203,7 +203,7 @@ struct AttributeTest {
     bool operator()(const SgxSimplePtr<TNObject>& element) {
         const TNObject* object = element.get();
         bool keeps = false;
-        if (object != nullptr && object->getClass().get() == verified &&
+        if (object != nullptr && object->getClass().get() == verified && verified != nullptr &&
             fromSlot(element, (*object)[*prepared.desc], keeps)) [[likely]]
             return keeps;
         return firstOfClass(element);
@@ -212,6 +212,8 @@ struct AttributeTest {
     // checked now (see holds), or taken out of the attribute node's caches as an element of
     // `cls` left them.
     bool prepare(const TNClass* cls, const SgxSimplePtr<TNObject>& element) {
+        if (cls == nullptr) // an object without a class: only the full comparison reports it
+            return false;
         if (cls != verified && (holds(cls) || attr->enumComparison(element, *constant, prepared)))
             verified = cls;
         return cls == verified;

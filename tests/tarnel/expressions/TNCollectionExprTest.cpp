@@ -41,7 +41,8 @@ std::string filterOutcome(const char* attribute, TNRelationalExpr::TNRelOp op, c
         const std::string keptNames = names((*filter)());
         throw SgxException(keptNames + " #" + std::to_string(filter->count()));
     });
-    kept += " @" + (x->object() ? (*x->object())["name"].asString() : "-");
+    const TNObject* last = x->object().get();
+    kept += " @" + (last == nullptr ? "-" : last->getClass() ? (*last)["name"].asString() : "?");
     release(filter);
     return kept;
 }
@@ -166,6 +167,7 @@ TEST(TNFilterExpr, AttributeTestsAgreeWithEvaluatingThePredicate) {
     (*leaf)["visibility"] = "private";
     TNObject* outside = m.make("outside", 2);
     (*outside)["visibility"] = 7;
+    TNObject classless; // made by no class: it has no attributes at all
     const std::tuple<const char*, TNValue> tests[] = {
         {"visibility", "private"}, {"visibility", "nope"}, {"name", "c"}, {"size", 2}};
     for (const auto op : {TNRelationalExpr::TNEqual, TNRelationalExpr::TNNotEqual}) {
@@ -178,9 +180,10 @@ TEST(TNFilterExpr, AttributeTestsAgreeWithEvaluatingThePredicate) {
             };
             // Runs of one class, a subclass object between them, and a literal index outside
             // the type after a run (the filter's per-class shortcut must not answer for it).
-            for (const Objects& input : {m.seq({0, 1, 2, 3}), Objects{m.o[0], nullptr},
-                                         Objects{m.o[0], m.o[1], leaf, m.o[2], m.o[3]},
-                                         Objects{m.o[0], m.o[1], m.o[2], outside}})
+            for (const Objects& input :
+                 {m.seq({0, 1, 2, 3}), Objects{m.o[0], nullptr},
+                  Objects{m.o[0], m.o[1], leaf, m.o[2], m.o[3]},
+                  Objects{m.o[0], m.o[1], m.o[2], outside}, Objects{&classless, m.o[0]}})
                 EXPECT_EQ(filterOn(input, false), filterOn(input, true));
         }
     }
