@@ -161,10 +161,15 @@ struct TNAssociationTraversal::Closure {
     }
 
     // The link slots of the steps in one class; -1 for a step that adds nothing there.
+    // As indexes of the words before an object (-1 - slot), 0 for none, so that a walk reads
+    // a link word without arithmetic.
     struct Slots {
-        int32_t step = -1; // the slot followed, whether or not the step adds
-        int32_t leaves[maxLeaves] = {};
+        ptrdiff_t step = 0; // the slot followed, whether or not the step adds
+        ptrdiff_t leaves[maxLeaves] = {};
     };
+    static ptrdiff_t wordIndex(const TNAssociation* assoc, int32_t slot) {
+        return assoc != nullptr ? -1 - ptrdiff_t(slot) : 0;
+    }
     mutable uint64_t lastClass = 0; // TNClass::instanceId() of lastSlots
     mutable Slots lastSlots;
 
@@ -173,13 +178,13 @@ struct TNAssociationTraversal::Closure {
         const TNAssociation* assoc = step->associationOf(object);
         if (assoc != nullptr && step->m_cachedSlot < 0)
             return false;
-        slots.step = assoc != nullptr ? step->m_cachedSlot : -1;
+        slots.step = wordIndex(assoc, step->m_cachedSlot);
         for (size_t i = 0; i < leafCount; ++i) {
             const TNAssociationTraversal& leaf = *leaves[i];
             assoc = leaf.associationOf(object);
             if (assoc != nullptr && leaf.m_cachedSlot < 0)
                 return false;
-            slots.leaves[i] = assoc != nullptr && leaf.m_addToResult ? leaf.m_cachedSlot : -1;
+            slots.leaves[i] = leaf.m_addToResult ? wordIndex(assoc, leaf.m_cachedSlot) : 0;
         }
         return true;
     }
@@ -215,14 +220,14 @@ struct TNAssociationTraversal::Closure {
         // The slots of the class last resolved, in locals the walk's stores cannot reach. No
         // class goes away during the walk, so the class is known by its address here.
         const TNClass* resolvedClass = nullptr;
-        // As indexes of the link words before an object (-1 - slot), 0 for none.
         ptrdiff_t stepWord = 0;
         ptrdiff_t leafWords[maxLeaves] = {};
         Slots slots;
         WalkStack pending;
-        pending.push({nullptr, 1, depth, const_cast<TNObject*>(&source)});
         size_t sum = 0;
-        for (WalkStack::Range range; pending.pop(range);) {
+        // The source first, then the arrays pending, the last one pushed first.
+        WalkStack::Range range{nullptr, 1, depth, const_cast<TNObject*>(&source)};
+        do {
             if (range.depth + deepest >= maxDepth)
                 return false;
             const size_t linkDepth = range.depth + 2;
@@ -252,9 +257,8 @@ struct TNAssociationTraversal::Closure {
                         lastSlots = slots;
                     }
                     resolvedClass = cls;
-                    stepWord = slots.step < 0 ? 0 : -1 - ptrdiff_t(slots.step);
-                    for (size_t i = 0; i < leafTotal; ++i)
-                        leafWords[i] = slots.leaves[i] < 0 ? 0 : -1 - ptrdiff_t(slots.leaves[i]);
+                    stepWord = slots.step;
+                    std::copy_n(slots.leaves, leafTotal, leafWords);
                 }
                 for (size_t i = 0; i < leafTotal; ++i) {
                     if (leafWords[i] == 0)
@@ -284,7 +288,7 @@ struct TNAssociationTraversal::Closure {
                     return false;
                 }
             }
-        }
+        } while (pending.pop(range));
         total = sum;
         return true;
     }
