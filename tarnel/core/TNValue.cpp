@@ -155,23 +155,36 @@ double TNValue::asDouble() const noexcept {
 }
 
 SgxString TNValue::asString() const {
+    SgxString text;
+    appendTo(text);
+    return text;
+}
+
+void TNValue::appendTo(SgxString& text) const {
     switch (m_type) {
     case TNVInt: {
+        // Character by character: an integer's eleven characters at most fit the inline buffer
+        // of an empty string, and no call copies them.
         char buffer[16];
-        auto result = std::to_chars(buffer, buffer + sizeof buffer, m_int);
-        return SgxString(buffer, result.ptr);
+        const auto result = std::to_chars(buffer, buffer + sizeof buffer, m_int);
+        for (const char* c = buffer; c != result.ptr; ++c)
+            text.push_back(*c);
+        break;
     }
     case TNVDouble: {
         char buffer[kFormatBufferSize];
-        int length = std::snprintf(buffer, sizeof buffer, "%f", m_double);
-        return SgxString(buffer, length > 0 ? static_cast<size_t>(length) : 0);
+        const int length = std::snprintf(buffer, sizeof buffer, "%f", m_double);
+        text.append(buffer, length > 0 ? static_cast<size_t>(length) : 0);
+        break;
     }
     case TNVString:
-        return SgxString(m_text);
+        text.append(m_text);
+        break;
     case TNVBoolean:
-        return m_int ? "true" : "false";
+        text.append(m_int ? "true" : "false");
+        break;
     default:
-        return SgxString();
+        break;
     }
 }
 

@@ -94,6 +94,9 @@ public:
     // The value as text: an integer as "%li" formats it, a double as "%f" does (six decimals),
     // a truth value as "true" or "false", TNVNone and others as the empty string.
     SgxString asString() const;
+    // Appends asString() to `text`, without making the string first: for nodes that build
+    // sequences or joins of texts.
+    void appendTo(SgxString& text) const;
     // The value as a truth value: an integer is true when non-zero, a double when asLongInt() is
     // non-zero (so 0.5 is false), a text only when it is exactly "true".
     bool asBoolean() const noexcept;

@@ -517,7 +517,8 @@ TNStringSequence TNMapExpr::operator()() const {
         TNStringSequence& texts;
         const TNValueAbsExpr& function;
         bool operator()(const SgxSimplePtr<TNObject>& element) const {
-            texts.push_back(function(element).asString());
+            // The text is written where it stays, not made and then moved there.
+            function(element).appendTo(texts.emplace_back());
             return true;
         }
         void expect(size_t total) const { texts.reserve(texts.size() + total); }
@@ -525,7 +526,7 @@ TNStringSequence TNMapExpr::operator()() const {
             if (const size_t needed = texts.size() + count; needed > texts.capacity())
                 texts.reserve(std::max(needed, 2 * texts.capacity()));
             for (size_t i = 0; i < count; ++i)
-                texts.push_back(function(first[i]).asString());
+                (*this)(first[i]);
             return true;
         }
     };

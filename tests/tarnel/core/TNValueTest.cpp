@@ -94,6 +94,9 @@ TEST(TNValue, ConversionsOfEachType) {
         else
             EXPECT_DOUBLE_EQ(row.value.asDouble(), row.asDouble);
         EXPECT_EQ(row.value.asString(), row.asString);
+        SgxString appended = "text longer than any inline buffer: ";
+        row.value.appendTo(appended);
+        EXPECT_EQ(appended, "text longer than any inline buffer: " + std::string(row.asString));
         EXPECT_EQ(row.value.asBoolean(), row.asBoolean);
         EXPECT_EQ(!row.value, !row.asBoolean);
     }
