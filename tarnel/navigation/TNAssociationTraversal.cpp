@@ -434,7 +434,9 @@ const TNAssociation* TNAssociationTraversal::findAssociation(const TNObject& obj
 }
 
 size_t TNAssociationTraversal::linkCount(const TNObject& object, const TNAssociation& assoc) const {
-    return m_cachedSlot >= 0 ? object.linkCountAt(m_cachedSlot) : object.linkCount(assoc);
+    // Without a slot, the association is computed: it counts for itself.
+    return m_cachedSlot >= 0 ? object.linkCountAt(m_cachedSlot)
+                             : assoc.count(SgxSimplePtr<TNObject>(const_cast<TNObject*>(&object)));
 }
 
 TNLinkView TNAssociationTraversal::links(const TNObject& object, const TNAssociation& assoc) const {
