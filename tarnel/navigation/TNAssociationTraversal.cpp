@@ -160,9 +160,9 @@ struct TNAssociationTraversal::Closure {
         return true;
     }
 
-    // The link slots of the steps in one class; -1 for a step that adds nothing there.
-    // As indexes of the words before an object (-1 - slot), 0 for none, so that a walk reads
-    // a link word without arithmetic.
+    // Where the steps' links lie in the objects of one class: indexes of the words before an
+    // object (-1 - slot), so that a walk reads a link word without arithmetic; 0 for a step that
+    // adds nothing there.
     struct Slots {
         ptrdiff_t step = 0; // the slot followed, whether or not the step adds
         ptrdiff_t leaves[maxLeaves] = {};
