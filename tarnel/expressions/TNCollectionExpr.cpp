@@ -389,20 +389,16 @@ void TNAllInstancesExpr::forEach(const TNObjectVisitor& visit) const {
     // The instances as they are now, handed over a few at a time from a copy: a visitor that
     // makes objects of the class (or unpopulates the schema) neither sees the new ones nor reads
     // past the end, and one call takes a whole batch.
-    // The first batch is small, for visitors that stop early (extraction); the buffer is left
-    // uninitialized.
+    // The first batch is small, for visitors that stop early (extraction).
     const TNObjectSequence& instances = cls->instances();
     const size_t count = instances.size();
-    constexpr size_t batchSize = 256;
-    union Batch {
-        Batch() {}
-        SgxSimplePtr<TNObject> items[batchSize];
-    } batch;
+    constexpr size_t batchSize = 64;
+    SgxSimplePtr<TNObject> batch[batchSize];
     visit.expect(count);
     for (size_t i = 0, want = 8; i < count && i < instances.size(); want = batchSize) {
         const size_t n = std::min({want, count - i, instances.size() - i});
-        std::copy_n(instances.begin() + static_cast<ptrdiff_t>(i), n, batch.items);
-        if (!visit.each(batch.items, n))
+        std::copy_n(instances.begin() + static_cast<ptrdiff_t>(i), n, batch);
+        if (!visit.each(batch, n))
             return;
         i += n;
     }
