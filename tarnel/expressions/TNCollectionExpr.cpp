@@ -4,7 +4,6 @@
 #include "tarnel/expressions/TNScalarExpr.h"
 #include "tarnel/instances/TNObject.h"
 #include "tarnel/metamodel/TNClass.h"
-#include "tarnel/metamodel/TNEnumType.h"
 #include "tarnel/metamodel/TNSchema.h"
 
 #include <algorithm>
@@ -209,12 +208,14 @@ struct AttributeTest {
         return firstOfClass(element);
     }
     // Whether the comparison holds for objects of `cls` in this walk: verified already, or
-    // checked now (see holds), or taken out of the attribute node's caches as an element of
-    // `cls` left them.
+    // checked now (as a walk before this one left it; the nodes have not changed since, or the
+    // plan would be gone), or taken out of the attribute node's caches as an element of `cls`
+    // left them.
     bool prepare(const TNClass* cls, const SgxSimplePtr<TNObject>& element) {
         if (cls == nullptr) // an object without a class: only the full comparison reports it
             return false;
-        if (cls != verified && (holds(cls) || attr->enumComparison(element, *constant, prepared)))
+        if (cls != verified &&
+            (prepared.holdsFor(cls) || attr->enumComparison(element, *constant, prepared)))
             verified = cls;
         return cls == verified;
     }
@@ -230,19 +231,6 @@ struct AttributeTest {
         prepare(cls, element);
         return kept;
     }
-    // Whether `prepared`, as a walk before this one left it, still holds for objects of `cls`,
-    // the schema having changed since or not (the nodes have not: the plan would be gone): the
-    // class is the one it was prepared for (not one made at its address later), the descriptor
-    // still an enumeration of the same type, and the type has gained no literal (which the
-    // constant might name).
-    bool holds(const TNClass* cls) const {
-        if (cls == nullptr || cls != prepared.cls || cls->instanceId() != prepared.classId ||
-            prepared.desc->type() != TNAttrEnumeration)
-            return false;
-        const TNEnumType* type = prepared.desc->enumType().get();
-        return type != nullptr && type == prepared.type && type->instanceId() == prepared.typeId &&
-               !type->check(prepared.literalCount);
-    }
     // Settles the comparison of `element` from `slot` when it holds a literal of the prepared
     // type: binds the variable and sets `keeps`. False, binding nothing, for an index outside the
     // type, which only the full comparison reports.
@@ -257,15 +245,15 @@ struct AttributeTest {
     }
 };
 
-// Recognizes `predicate` as an attribute test: fills in `plan` and answers true, or leaves it.
-bool isAttributeTest(const TNValueAbsExpr* predicate, tn_detail::AttributeTestPlan& plan) {
+// Fills in `plan` when `predicate` is an attribute test; leaves it empty otherwise.
+void recognizeAttributeTest(const TNValueAbsExpr* predicate, tn_detail::AttributeTestPlan& plan) {
     if (predicate == nullptr)
-        return false;
+        return;
     TNObjectVarExpr* variable = predicate->contextObject().get();
     const TNValueExpr* body = predicate->expr().get();
     if (variable == nullptr || typeid(*variable) != typeid(TNObjectVarExpr) || body == nullptr ||
         typeid(*body) != typeid(TNRelationalExpr))
-        return false;
+        return;
     const auto& relational = static_cast<const TNRelationalExpr&>(*body);
     const TNValueExpr* lhs = relational.lhs().get();
     const TNValueExpr* rhs = relational.rhs().get();
@@ -273,15 +261,14 @@ bool isAttributeTest(const TNValueAbsExpr* predicate, tn_detail::AttributeTestPl
     if ((op != TNRelationalExpr::TNEqual && op != TNRelationalExpr::TNNotEqual) || lhs == nullptr ||
         rhs == nullptr || typeid(*lhs) != typeid(TNAttrExpr) ||
         typeid(*rhs) != typeid(TNConstantExpr))
-        return false;
+        return;
     const auto& attr = static_cast<const TNAttrExpr&>(*lhs);
     if (attr.object().get() != variable)
-        return false;
+        return;
     plan.variable = variable;
     plan.attr = &attr;
     plan.constant = static_cast<const TNConstantExpr*>(rhs);
     plan.negated = op == TNRelationalExpr::TNNotEqual;
-    return true;
 }
 
 // Hands `keep` the elements of `collection` that `predicate` accepts, in order. `cache` keeps
@@ -290,8 +277,9 @@ template <class Keep>
 void filterInto(const TNObjectCollectionExpr& collection,
                 const SgxCyclicPtr<TNValueAbsExpr>& predicate,
                 tn_detail::ShapeCache<tn_detail::AttributeTestPlan>& cache, Keep keep) {
-    tn_detail::AttributeTestPlan& plan = cache.get(
-        [&](tn_detail::AttributeTestPlan& derived) { isAttributeTest(predicate.get(), derived); });
+    tn_detail::AttributeTestPlan& plan = cache.get([&](tn_detail::AttributeTestPlan& derived) {
+        recognizeAttributeTest(predicate.get(), derived);
+    });
     if (plan.variable != nullptr) {
         AttributeTest test(plan);
         // Elements one by one, or a whole array: when its objects are all made by one class,

@@ -174,24 +174,28 @@ bool TNAttrExpr::enumComparison(const SgxSimplePtr<TNObject>& object,
     const TNObject* o = object.get();
     const TNClass* cls = o != nullptr ? o->getClass().get() : nullptr;
     const TNValueExpr& nameNode = *m_name;
-    if (cls == nullptr || cls->instanceId() != m_cachedClass || m_literalStamp == 0 ||
-        constant.stamp() != m_literalStamp || typeid(nameNode) != typeid(TNConstantExpr) ||
-        static_cast<const TNConstantExpr&>(nameNode).stamp() != m_cachedNameStamp ||
-        m_cachedDesc->type() != TNAttrEnumeration)
+    if (m_literalStamp == 0 || constant.stamp() != m_literalStamp ||
+        typeid(nameNode) != typeid(TNConstantExpr) ||
+        static_cast<const TNConstantExpr&>(nameNode).stamp() != m_cachedNameStamp)
         return false;
-    // A type that gained literals since may now name the constant.
-    const TNEnumType* enumType = m_cachedDesc->enumType().get();
-    if (enumType == nullptr || enumType->instanceId() != m_literalType ||
-        enumType->check(m_literalCount))
+    const EnumComparison cached = {.cls = cls,
+                                   .desc = m_cachedDesc,
+                                   .literal = m_literalIndex,
+                                   .literalCount = m_literalCount,
+                                   .classId = m_cachedClass,
+                                   .typeId = m_literalType};
+    if (!cached.holdsFor(cls))
         return false;
-    comparison = {.cls = cls,
-                  .desc = m_cachedDesc,
-                  .literal = m_literalIndex,
-                  .literalCount = m_literalCount,
-                  .classId = m_cachedClass,
-                  .type = enumType,
-                  .typeId = enumType->instanceId()};
+    comparison = cached;
     return true;
+}
+
+bool TNAttrExpr::EnumComparison::holdsFor(const TNClass* objectClass) const {
+    if (objectClass == nullptr || objectClass != cls || cls->instanceId() != classId ||
+        desc->type() != TNAttrEnumeration)
+        return false;
+    const TNEnumType* type = desc->enumType().get();
+    return type != nullptr && type->instanceId() == typeId && !type->check(literalCount);
 }
 
 bool TNAttrExpr::equalsOn(const SgxSimplePtr<TNObject>& object,

@@ -198,10 +198,15 @@ public:
         int64_t literal = -1;
         size_t literalCount = 0;
         // What tells, later, that the schema still has them: the ids of the class and of the
-        // enumeration type, and the type.
+        // enumeration type.
         uint64_t classId = 0; // cls->instanceId()
-        const TNEnumType* type = nullptr;
-        uint64_t typeId = 0; // type->instanceId()
+        uint64_t typeId = 0;  // TNEnumType::instanceId() of the descriptor's type
+
+        // Whether the comparison holds for objects of `objectClass` now: the class is the one
+        // it was made for (not one made at its address since), the descriptor still an
+        // enumeration of the same type, and the type has gained no literal (which the constant
+        // might name). Reads nothing through `cls` or `desc` unless `objectClass` is `cls`.
+        bool holdsFor(const TNClass* objectClass) const;
     };
     bool enumComparison(const SgxSimplePtr<TNObject>& object, const TNConstantExpr& constant,
                         EnumComparison& comparison) const;

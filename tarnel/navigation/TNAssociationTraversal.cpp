@@ -307,13 +307,12 @@ void TNAssociationTraversal::ClosureDeleter::operator()(const Closure* closure) 
 }
 
 inline const TNAssociationTraversal::Closure* TNAssociationTraversal::closure() const {
-    const uint64_t changes = tn_detail::graphChanges.load(std::memory_order_relaxed);
-    if (m_shapesSeen != changes) [[unlikely]] {
-        Closure shape;
-        m_closure.reset(shape.match(*this) ? new Closure(shape) : nullptr);
-        m_shapesSeen = changes;
-    }
-    return m_closure.get();
+    return m_closure
+        .get([&](std::unique_ptr<const Closure, ClosureDeleter>& recognized) {
+            if (Closure shape; shape.match(*this))
+                recognized.reset(new Closure(shape));
+        })
+        .get();
 }
 
 void TNAssociationTraversal::setAssociationToTraverse(const SgxString& associationToTraverse) {

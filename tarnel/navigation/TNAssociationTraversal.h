@@ -166,10 +166,9 @@ private:
     mutable uint64_t m_cachedClass = 0; // TNClass::instanceId()
     mutable const TNAssociation* m_cachedAssociation = nullptr;
     mutable int32_t m_cachedSlot = -1; // -1: no association, or a compound one
-    // The closure recognized when the shapes were last changed as of m_shapesSeen.
-    mutable uint64_t m_shapesSeen = 0;
+    // The closure this node heads, recognized again after any graph changes.
     struct ClosureDeleter {
         void operator()(const Closure* closure) const noexcept; // where Closure is complete
     };
-    mutable std::unique_ptr<const Closure, ClosureDeleter> m_closure;
+    mutable tn_detail::ShapeCache<std::unique_ptr<const Closure, ClosureDeleter>> m_closure;
 };
