@@ -66,6 +66,8 @@ public:
     TN_EXPR_FIELD(TNObjectExprPtr, object);
 };
 
+class TNFilterExpr;
+
 namespace tn_detail {
 // A filter's predicate recognized as x -> attr(name, x) == constant (or !=), x a plain variable,
 // which the filter compares itself, and the comparison it last prepared for a class of objects.
@@ -75,6 +77,19 @@ struct AttributeTestPlan {
     const TNConstantExpr* constant = nullptr;
     bool negated = false;
     TNAttrExpr::EnumComparison prepared;
+    // Where the slot compared lies in objects of the class last prepared for
+    // (TNObject::slotDistance): what a map's look-ahead loads of each object to be tested.
+    ptrdiff_t slotDistance = 0;
+};
+
+// What a map's function reads of each element before anything else, when its shape tells: the
+// links of one simple step from the element (the function counts, or visits, `[role]` of its
+// variable, through filters), and the slot a filter of them tests. A map starts loading these
+// for the elements a few places after the one it evaluates, so that the waits for memory of
+// several elements overlap instead of adding up.
+struct LookAheadPlan {
+    const TNAssociationTraversal* step = nullptr; // null: nothing is known ahead
+    const TNFilterExpr* filter = nullptr;         // the filter nearest the links, if any
 };
 } // namespace tn_detail
 
@@ -91,6 +106,12 @@ public:
     // Counts the elements kept without gathering them.
     size_t count() const override;
     void prepareForDeletion() const override;
+    // Where the predicate reads the objects it tests, for look-ahead loads: how far into an
+    // object lies the slot its attribute test last compared (TNObject::slotDistance), or 0.
+    ptrdiff_t testedSlotDistance() const noexcept {
+        const tn_detail::AttributeTestPlan* plan = m_plan.current();
+        return plan != nullptr ? plan->slotDistance : 0;
+    }
 
     TN_EXPR_FIELD(SgxCyclicPtr<TNValueAbsExpr>, predicate);
     TN_EXPR_FIELD(TNObjectCollectionExprPtr, collection);
@@ -228,4 +249,6 @@ public:
 
     TN_EXPR_FIELD(SgxCyclicPtr<TNValueAbsExpr>, function);
     TN_EXPR_FIELD(TNObjectCollectionExprPtr, collection);
+    // What the function reads first, known from its shape while no graph changes.
+    mutable tn_detail::ShapeCache<tn_detail::LookAheadPlan> m_lookAhead;
 };

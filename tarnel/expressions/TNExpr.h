@@ -78,6 +78,10 @@ public:
         }
         return plan;
     }
+    // The plan as last derived, or null when some graph has changed since (or none was).
+    const Plan* current() const noexcept {
+        return seen == graphChanges.load(std::memory_order_relaxed) ? &plan : nullptr;
+    }
 
 private:
     uint64_t seen = 0; // graphChanges starts at 1

@@ -127,6 +127,13 @@ public:
     const TNAttribute& operator[](const TNAttrDesc& desc) const {
         return slots()[attrIndexOf(desc)];
     }
+    // How many bytes past an object of `desc`'s class its slot of `desc` lies (for look-ahead
+    // loads); 0, the object itself, for a descriptor of no class.
+    static ptrdiff_t slotDistance(const TNAttrDesc& desc) noexcept {
+        return desc.m_position >= 0
+                   ? ptrdiff_t(sizeof(TNObject) + size_t(desc.m_position) * sizeof(TNAttribute))
+                   : 0;
+    }
     // Handles to every slot, in slot order (borrowed: the slots belong to the object).
     std::vector<SgxSimplePtr<TNAttribute>> attributes() const;
 

@@ -81,6 +81,7 @@ public:
         size_t count;
         size_t depth;
         TNObject* single;
+        bool uniform; // see tn_detail::linkUniformTag
     };
     void push(const Range& range) {
         if (m_size < inlineCapacity) [[likely]]
@@ -222,71 +223,96 @@ struct TNAssociationTraversal::Closure {
         const TNClass* resolvedClass = nullptr;
         ptrdiff_t stepWord = 0;
         ptrdiff_t leafWords[maxLeaves] = {};
-        Slots slots;
+        // Takes the slots of the class of `object`, an original; false where they cannot serve.
+        const auto useClass = [&](const TNObject& object) __attribute__((always_inline)) {
+            const auto* cls = reinterpret_cast<const TNClass*>(object.m_word);
+            if (cls == resolvedClass) [[likely]]
+                return true;
+            if (cls == nullptr)
+                return false;
+            // The slots of the class met first in the last walk, as that walk resolved them
+            // (the steps' own caches are kept by class the same way).
+            Slots slots;
+            if (cls->instanceId() == lastClass) {
+                slots = lastSlots;
+            } else {
+                if (!resolve(object, slots))
+                    return false;
+                lastClass = cls->instanceId();
+                lastSlots = slots;
+            }
+            resolvedClass = cls;
+            stepWord = slots.step;
+            std::copy_n(slots.leaves, leafTotal, leafWords);
+            return true;
+        };
         WalkStack pending;
         size_t sum = 0;
+        size_t linkDepth = 0;
+        // What an object of the resolved class adds through its leaves and its step; false
+        // where the node-by-node walk must take over. Inlined into both loops below, so that
+        // the slots it reads stay in registers.
+        const auto visit = [&](const uintptr_t* linkWords) __attribute__((always_inline)) {
+            for (size_t i = 0; i < leafTotal; ++i) {
+                if (leafWords[i] == 0)
+                    continue;
+                const uintptr_t word = linkWords[leafWords[i]];
+                if ((word & linkTagMask) == 0)
+                    sum += tn_detail::linkArrayCount(word);
+                else if ((word & linkSingleTag) != 0)
+                    sum += 1;
+                else
+                    return false;
+            }
+            if (stepWord == 0)
+                return true;
+            const uintptr_t word = linkWords[stepWord];
+            if (word == 0)
+                return true;
+            if ((word & linkTagMask) == 0) {
+                const size_t linked = tn_detail::linkArrayCount(word);
+                pending.push({tn_detail::linkArray(word), linked, linkDepth, nullptr,
+                              (word & tn_detail::linkUniformTag) != 0});
+                sum += stepAdds * linked;
+                return true;
+            }
+            if ((word & linkSingleTag) == 0)
+                return false;
+            pending.push({nullptr, 1, linkDepth, reinterpret_cast<TNObject*>(word & ~linkTagMask),
+                          false});
+            sum += stepAdds;
+            return true;
+        };
         // The source first, then the arrays pending, the last one pushed first.
-        WalkStack::Range range{nullptr, 1, depth, const_cast<TNObject*>(&source)};
+        WalkStack::Range range{nullptr, 1, depth, const_cast<TNObject*>(&source), false};
         do {
             if (range.depth + deepest >= maxDepth)
                 return false;
-            const size_t linkDepth = range.depth + 2;
+            linkDepth = range.depth + 2;
             sum += rootAdds * range.count;
             const SgxSimplePtr<TNObject> single(range.single);
             const SgxSimplePtr<TNObject>* next = range.first != nullptr ? range.first : &single;
-            for (const SgxSimplePtr<TNObject>* end = next + range.count; next != end; ++next) {
+            const SgxSimplePtr<TNObject>* const end = next + range.count;
+            if (range.uniform) {
+                // Originals of one class: its slots hold for all, and each object's words lie
+                // right before it.
+                if (!useClass(*next->get()))
+                    return false;
+                for (; next != end; ++next)
+                    if (!visit(reinterpret_cast<const uintptr_t*>(next->get())))
+                        return false;
+                continue;
+            }
+            for (; next != end; ++next) {
                 // A host may have linked a copy (its original's block has the words) or, where
                 // no reverse link is due, nothing at all (the node-by-node walk raises for it).
                 const TNObject* linked = next->get();
                 if (linked == nullptr) [[unlikely]]
                     return false;
                 const TNObject* object = linked->original();
-                const auto* linkWords = reinterpret_cast<const uintptr_t*>(object);
-                const auto* cls = reinterpret_cast<const TNClass*>(object->m_word);
-                if (cls != resolvedClass) [[unlikely]] {
-                    if (cls == nullptr)
-                        return false;
-                    // The slots of the class met first in the last walk, as that walk resolved
-                    // them (the steps' own caches are kept by class the same way).
-                    if (cls->instanceId() == lastClass) {
-                        slots = lastSlots;
-                    } else {
-                        if (!resolve(*object, slots))
-                            return false;
-                        lastClass = cls->instanceId();
-                        lastSlots = slots;
-                    }
-                    resolvedClass = cls;
-                    stepWord = slots.step;
-                    std::copy_n(slots.leaves, leafTotal, leafWords);
-                }
-                for (size_t i = 0; i < leafTotal; ++i) {
-                    if (leafWords[i] == 0)
-                        continue;
-                    const uintptr_t word = linkWords[leafWords[i]];
-                    if ((word & linkTagMask) == 0)
-                        sum += tn_detail::linkArrayCount(word);
-                    else if ((word & linkSingleTag) != 0)
-                        sum += 1;
-                    else
-                        return false;
-                }
-                if (stepWord == 0)
-                    continue;
-                const uintptr_t word = linkWords[stepWord];
-                if ((word & linkTagMask) == 0) {
-                    if (word != 0) {
-                        const size_t linked = tn_detail::linkArrayCount(word);
-                        pending.push({tn_detail::linkArray(word), linked, linkDepth, nullptr});
-                        sum += stepAdds * linked;
-                    }
-                } else if ((word & linkSingleTag) != 0) {
-                    pending.push(
-                        {nullptr, 1, linkDepth, reinterpret_cast<TNObject*>(word & ~linkTagMask)});
-                    sum += stepAdds;
-                } else {
+                if (!useClass(*object) ||
+                    !visit(reinterpret_cast<const uintptr_t*>(object)))
                     return false;
-                }
             }
         } while (pending.pop(range));
         total = sum;
@@ -440,6 +466,54 @@ size_t TNAssociationTraversal::linkCount(const TNObject& object, const TNAssocia
 
 TNLinkView TNAssociationTraversal::links(const TNObject& object, const TNAssociation& assoc) const {
     return m_cachedSlot >= 0 ? object.linksAt(m_cachedSlot) : object.links(assoc);
+}
+
+TNAssociationTraversal::LookAhead::LookAhead(const TNAssociationTraversal& step,
+                                             const SgxSimplePtr<TNObject>* objects, size_t count,
+                                             ptrdiff_t linkedBytes) noexcept
+    : m_step(step), m_objects(objects), m_count(count), m_linkedBytes(linkedBytes) {
+    // The first objects' own stage; before(i) starts it sourceAhead objects on.
+    for (size_t i = 0; i < std::min(count, sourceAhead); ++i)
+        __builtin_prefetch(objects[i].get());
+}
+
+void TNAssociationTraversal::LookAhead::before(size_t i) noexcept {
+    const int32_t slot = m_step.m_cachedSlot;
+    if (slot < 0)
+        return; // no simple association followed yet: nothing is known of where links lie
+    if (i + sourceAhead < m_count) {
+        // Addresses only: a copy, or an object of another class, has something else there, and
+        // a prefetch of any address is harmless.
+        const auto* words = reinterpret_cast<const uintptr_t*>(m_objects[i + sourceAhead].get());
+        __builtin_prefetch(words);
+        __builtin_prefetch(words - 1 - slot);
+    }
+    if (m_linkedBytes < 0)
+        return;
+    if (i + linksAhead < m_count) {
+        // The object's word and link word, loaded by the first stage, now read.
+        Links& found = m_ring[(i + linksAhead) % ringSize];
+        found = Links();
+        if (const TNObject* object = m_objects[i + linksAhead].get()) {
+            const TNObject& original = *object->original();
+            const TNClass* cls = original.cls();
+            if (cls != nullptr && cls->instanceId() == m_step.m_cachedClass) {
+                const uintptr_t word = original.linkWord(slot);
+                if (word != 0 && (word & tn_detail::linkTagMask) == 0) {
+                    found.first = tn_detail::linkArray(word);
+                    found.count = tn_detail::linkArrayCount(word);
+                    __builtin_prefetch(found.first);
+                }
+            }
+        }
+    }
+    if (i + linkedAhead < m_count) {
+        // The array, loaded by the second stage: its first sixteen objects, more than most
+        // arrays hold.
+        const Links& found = m_ring[(i + linkedAhead) % ringSize];
+        for (size_t k = 0; k < std::min<size_t>(found.count, 16); ++k)
+            __builtin_prefetch(reinterpret_cast<const char*>(found.first[k].get()) + m_linkedBytes);
+    }
 }
 
 void TNAssociationTraversal::gatherObjectsToTraverse(std::vector<SgxSimplePtr<TNObject>>& out,

@@ -121,6 +121,76 @@ TEST(TNAllInstancesExpr, ManyInstancesVisitedInBatchesAsTheyWereWhenTheVisitBega
     deleteOperandsOf(all);
 }
 
+TEST(TNMapExpr, CountsOfLinksOverThousandsOfMixedElementsAgreeWithTheModel) {
+    // A map over thousands of elements loads what its function reads a few elements ahead. The
+    // elements here mix two classes and host copies; hubs have no link, one (held in the link
+    // word), a few, or more than are loaded ahead; links are lists before the freeze and arrays
+    // after. Each count must be what the model holds; under the sanitizers, nothing may be read
+    // outside an object or an array. Last, an object of no class, for which the function raises
+    // when its turn comes, and not before.
+    ProbeScope scope;
+    NodeModel m;
+    constexpr int hubCount = 3000;
+    std::vector<TNObject*> hubs;
+    std::vector<int> linked, linkedPublic;
+    for (int i = 0; i < hubCount; ++i) {
+        const bool isLeaf = i % 7 == 3;
+        hubs.push_back(m.make("hub" + std::to_string(i), 0, isLeaf));
+        const int links = isLeaf ? 0 : i % 13 == 0 ? 20 : i % 5;
+        linked.push_back(links), linkedPublic.push_back(0);
+        for (int k = 0; k < links; ++k) {
+            TNObject* target = m.make("t");
+            (*target)["visibility"] = (i + k) % 3 == 0 ? "public" : "private";
+            linkedPublic.back() += (i + k) % 3 == 0;
+            hubs.back()->associate(target, "next");
+        }
+    }
+    const TNObject copyA = *hubs[10], copyB = *hubs[2004];
+    Objects elements(hubs.begin(), hubs.end());
+    elements.insert(elements.begin() + 100, SgxSimplePtr<TNObject>(const_cast<TNObject*>(&copyA)));
+    elements.insert(elements.begin() + 2500, SgxSimplePtr<TNObject>(const_cast<TNObject*>(&copyB)));
+    auto expected = [&](const std::vector<int>& counts) {
+        TNStringSequence texts;
+        for (int count : counts)
+            texts.push_back(std::to_string(count));
+        texts.insert(texts.begin() + 100, texts[10]);
+        texts.insert(texts.begin() + 2500, texts[2004 + 1]);
+        return texts;
+    };
+    auto countOf = [&](bool onlyPublic) {
+        SgxCyclicPtr<TNObjectVarExpr> x = new TNObjectVarExpr;
+        TNObjectCollectionExprPtr links =
+            new TNAssociationExpr(new TNAssociationTraversal("next", true), x);
+        if (onlyPublic) {
+            SgxCyclicPtr<TNObjectVarExpr> y = new TNObjectVarExpr;
+            links = new TNFilterExpr(
+                new TNValueAbsExpr(y, new TNRelationalExpr(new TNAttrExpr("visibility", y),
+                                                           TNRelationalExpr::TNEqual,
+                                                           new TNConstantExpr("public"))),
+                links);
+        }
+        return new TNMapExpr(new TNValueAbsExpr(x, new TNCountExpr(links)),
+                             new ObjectsProbe("elements", {elements}));
+    };
+    TNMapExpr* all = countOf(false);
+    TNMapExpr* onlyPublic = countOf(true);
+    for (const bool frozen : {false, true}) {
+        if (frozen)
+            m.schema.donePopulating();
+        for (int evaluation = 0; evaluation < 2; ++evaluation) { // the second with kept plans
+            EXPECT_EQ((*all)(), expected(linked)) << frozen;
+            EXPECT_EQ((*onlyPublic)(), expected(linkedPublic)) << frozen;
+        }
+    }
+    const TNObject classless;
+    elements.push_back(SgxSimplePtr<TNObject>(const_cast<TNObject*>(&classless)));
+    for (TNMapExpr* map : {all, onlyPublic}) {
+        static_cast<ObjectsProbe&>(*map->collection()).script({elements});
+        EXPECT_EQ(raised([&] { (*map)(); }), "Null dereference");
+    }
+    release(all), release(onlyPublic);
+}
+
 TEST(TNCollectionExpr, FilterTraverseReverseMapUniqueKeepOrder) {
     ProbeScope scope;
     Four m;
