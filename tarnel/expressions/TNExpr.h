@@ -71,11 +71,8 @@ public:
     // since it was last derived.
     template <class Derive> Plan& get(Derive derive) {
         const uint64_t now = graphChanges.load(std::memory_order_relaxed);
-        if (seen != now) [[unlikely]] {
-            plan = Plan();
-            derive(plan);
-            seen = now;
-        }
+        if (seen != now) [[unlikely]]
+            rederive(derive, now);
         return plan;
     }
     // The plan as last derived, or null when some graph has changed since (or none was).
@@ -84,6 +81,13 @@ public:
     }
 
 private:
+    // Out of line, so that get() inlines to a load and a comparison.
+    template <class Derive> [[gnu::noinline]] void rederive(Derive& derive, uint64_t now) {
+        plan = Plan();
+        derive(plan);
+        seen = now;
+    }
+
     uint64_t seen = 0; // graphChanges starts at 1
     Plan plan{};
 };

@@ -454,14 +454,23 @@ const TNAssociation* TNAssociationTraversal::findAssociation(const TNObject& obj
     m_cachedSlot = m_cachedAssociation != nullptr && m_cachedAssociation->isSimple()
                        ? object.linkSlot(*m_cachedAssociation)
                        : -1;
+    m_cachedCompound = dynamic_cast<const TNCompoundAssociation*>(m_cachedAssociation);
     m_cachedClass = cls.instanceId();
     return m_cachedAssociation;
 }
 
 size_t TNAssociationTraversal::linkCount(const TNObject& object, const TNAssociation& assoc) const {
-    // Without a slot, the association is computed: it counts for itself.
-    return m_cachedSlot >= 0 ? object.linkCountAt(m_cachedSlot)
-                             : assoc.count(SgxSimplePtr<TNObject>(const_cast<TNObject*>(&object)));
+    if (m_cachedSlot >= 0)
+        return object.linkCountAt(m_cachedSlot);
+    // Without a slot, the association is computed: it counts for itself, except that a graph
+    // heading a recursive closure is counted here, as its root's count would count it one
+    // nesting level down (where that count would give up, the association counts and raises).
+    if (&assoc == m_cachedCompound)
+        if (const TNAssociationTraversal* root = m_cachedCompound->associationTraversal().get())
+            if (const Closure* shape = root->closure())
+                if (size_t total = 0; shape->countFrozen(object, threadNesting.depth, total))
+                    return total;
+    return assoc.count(SgxSimplePtr<TNObject>(const_cast<TNObject*>(&object)));
 }
 
 TNLinkView TNAssociationTraversal::links(const TNObject& object, const TNAssociation& assoc) const {

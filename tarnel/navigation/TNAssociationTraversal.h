@@ -32,6 +32,7 @@
 
 class TNAssociation;
 class TNClass;
+class TNCompoundAssociation;
 class TNObject;
 
 class TARNEL_API TNAssociationTraversal : public SgxCollectable, public SgxCyclicPtrBody {
@@ -200,6 +201,7 @@ private:
     mutable uint64_t m_cachedClass = 0; // TNClass::instanceId()
     mutable const TNAssociation* m_cachedAssociation = nullptr;
     mutable int32_t m_cachedSlot = -1; // -1: no association, or a compound one
+    mutable const TNCompoundAssociation* m_cachedCompound = nullptr; // the association, if one
     // The closure this node heads, recognized again after any graph changes.
     struct ClosureDeleter {
         void operator()(const Closure* closure) const noexcept; // where Closure is complete

@@ -194,6 +194,10 @@ TEST(TNAssociationTraversal, ClosureCountKeepsTheRecursionLimit) {
     NodeModel m;
     TNObject* loop = m.make("loop");
     m.link(loop, {loop});
+    TNObject* a = m.make("a");
+    TNObject* b = m.make("b");
+    m.link(a, {b, m.make("c")});
+    m.link(b, {m.make("d")});
     TNAssociationTraversal* root = tnParseTraversal("top: [] -> ( [next] -> @top; [prev] )");
     for (bool frozen : {false, true}) {
         if (frozen)
@@ -208,6 +212,16 @@ TEST(TNAssociationTraversal, ClosureCountKeepsTheRecursionLimit) {
     TNAssociationTraversal* viaCompound = tnParseTraversal("top: [] -> ( [kids] -> @top; [prev] )");
     EXPECT_THROW(viaCompound->count(loop), SgxException);
     release(viaCompound);
+    // A step over a compound association whose graph is a closure counts that closure itself,
+    // one level down: the cycle still raises, and a finite walk counts what it gathers.
+    tnAddCompoundAssociation(*m.node, "<Node:below>", "below", m.node, "top: [] -> [next] -> @top");
+    TNAssociationTraversal* viaStep = tnParseTraversal("[below]");
+    EXPECT_TRUE(raisesWith([&] { viaStep->count(loop); }, kTooDeep));
+    TNObjectSequence gathered;
+    viaStep->traverse(gathered, a);
+    EXPECT_EQ(viaStep->count(a), gathered.size());
+    EXPECT_EQ(gathered.size(), 3u); // b, c and d
+    release(viaStep);
     release(root);
 }
 
