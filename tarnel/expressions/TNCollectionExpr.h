@@ -83,8 +83,8 @@ struct AttributeTestPlan {
 };
 
 // What a map's function reads of each element before anything else, when its shape tells: the
-// links of one simple step from the element (the function counts, or visits, `[role]` of its
-// variable, through filters), and the slot a filter of them tests. A map starts loading these
+// links of one simple step from the element (the function counts `[role]` of its variable,
+// through filters), and the slot a filter of them tests. A map starts loading these
 // for the elements a few places after the one it evaluates, so that the waits for memory of
 // several elements overlap instead of adding up.
 struct LookAheadPlan {
