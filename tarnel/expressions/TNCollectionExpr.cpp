@@ -496,23 +496,30 @@ SgxSimplePtr<TNObject> TNModelExpr::operator()() const {
 
 namespace {
 
-// Fills in `plan` when `function` counts the objects one simple step from its variable, through
-// filters: x -> count([role] of x), x -> count(filter(p, [role] of x)), and so on.
-void recognizeLookAhead(const TNValueAbsExpr* function, tn_detail::LookAheadPlan& plan) {
+// Fills in `plan` when `function` is x -> count(C), and its step and filter when C counts the
+// objects one simple step from x through filters: x -> count(filter(p, [role] of x)).
+void recognizeMapFunction(const TNValueAbsExpr* function, tn_detail::MapPlan& plan) {
     if (function == nullptr)
         return;
-    const TNObjectVarExpr* variable = function->contextObject().get();
+    TNObjectVarExpr* variable = function->contextObject().get();
     const TNValueExpr* body = function->expr().get();
-    if (variable == nullptr || body == nullptr || typeid(*body) != typeid(TNCountExpr))
+    if (variable == nullptr || typeid(*variable) != typeid(TNObjectVarExpr) || body == nullptr ||
+        typeid(*body) != typeid(TNCountExpr))
         return;
     const TNObjectCollectionExpr* collection =
         static_cast<const TNCountExpr&>(*body).collection().get();
+    if (collection == nullptr)
+        return;
+    plan.variable = variable;
+    plan.counted = collection;
     const TNFilterExpr* filter = nullptr;
-    while (collection != nullptr && typeid(*collection) == typeid(TNFilterExpr)) {
+    while (typeid(*collection) == typeid(TNFilterExpr)) {
         filter = static_cast<const TNFilterExpr*>(collection);
         collection = filter->collection().get();
+        if (collection == nullptr)
+            return;
     }
-    if (collection == nullptr || typeid(*collection) != typeid(TNAssociationExpr))
+    if (typeid(*collection) != typeid(TNAssociationExpr))
         return;
     const auto& links = static_cast<const TNAssociationExpr&>(*collection);
     const TNAssociationTraversal* step = links.association().get();
@@ -540,11 +547,16 @@ TNStringSequence TNMapExpr::operator()() const {
     struct Append {
         TNStringSequence& texts;
         const TNValueAbsExpr& function;
-        const tn_detail::LookAheadPlan& ahead;
+        const tn_detail::MapPlan& plan;
         mutable size_t expected = 0;
         bool operator()(const SgxSimplePtr<TNObject>& element) const {
             // The text is written where it stays, not made and then moved there.
-            function(element).appendTo(texts.emplace_back());
+            if (plan.counted != nullptr) {
+                plan.variable->object(element);
+                TNValue(static_cast<int32_t>(plan.counted->count())).appendTo(texts.emplace_back());
+            } else {
+                function(element).appendTo(texts.emplace_back());
+            }
             return true;
         }
         void expect(size_t total) const {
@@ -554,7 +566,7 @@ TNStringSequence TNMapExpr::operator()() const {
         bool operator()(const SgxSimplePtr<TNObject>* first, size_t count, bool) const {
             if (const size_t needed = texts.size() + count; needed > texts.capacity())
                 texts.reserve(std::max(needed, 2 * texts.capacity()));
-            if (ahead.step == nullptr || std::max(expected, count) < lookAheadFrom) {
+            if (plan.step == nullptr || std::max(expected, count) < lookAheadFrom) {
                 for (size_t i = 0; i < count; ++i)
                     (*this)(first[i]);
                 return true;
@@ -562,8 +574,8 @@ TNStringSequence TNMapExpr::operator()() const {
             // The linked objects are read only by a filter: where its attribute test reads,
             // or else from their first word.
             TNAssociationTraversal::LookAhead loads(
-                *ahead.step, first, count,
-                ahead.filter != nullptr ? ahead.filter->testedSlotDistance() : -1);
+                *plan.step, first, count,
+                plan.filter != nullptr ? plan.filter->testedSlotDistance() : -1);
             for (size_t i = 0; i < count; ++i) {
                 loads.before(i);
                 (*this)(first[i]);
@@ -571,9 +583,9 @@ TNStringSequence TNMapExpr::operator()() const {
             return true;
         }
     };
-    const tn_detail::LookAheadPlan& ahead = m_lookAhead.get(
-        [&](tn_detail::LookAheadPlan& derived) { recognizeLookAhead(m_function.get(), derived); });
-    (*m_collection).forEach(Append{texts, function, ahead});
+    const tn_detail::MapPlan& plan = m_plan.get(
+        [&](tn_detail::MapPlan& derived) { recognizeMapFunction(m_function.get(), derived); });
+    (*m_collection).forEach(Append{texts, function, plan});
     return texts;
 }
 

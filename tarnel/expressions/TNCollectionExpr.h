@@ -82,14 +82,18 @@ struct AttributeTestPlan {
     ptrdiff_t slotDistance = 0;
 };
 
-// What a map's function reads of each element before anything else, when its shape tells: the
-// links of one simple step from the element (the function counts `[role]` of its variable,
-// through filters), and the slot a filter of them tests. A map starts loading these
-// for the elements a few places after the one it evaluates, so that the waits for memory of
-// several elements overlap instead of adding up.
-struct LookAheadPlan {
-    const TNAssociationTraversal* step = nullptr; // null: nothing is known ahead
-    const TNFilterExpr* filter = nullptr;         // the filter nearest the links, if any
+// What a map knows of its function from the function's shape. A function x -> count(C) (x a
+// plain variable) is evaluated by binding x and counting C, without the calls through the
+// abstraction and the count node. When C counts the links of one simple step from x, through
+// filters, the map also knows what each element's evaluation reads first: the step's links, and
+// the slot the filter nearest them tests. It starts loading these for the elements a few places
+// after the one it evaluates, so that the waits for memory of several elements overlap instead
+// of adding up.
+struct MapPlan {
+    TNObjectVarExpr* variable = nullptr;                  // null: the function is evaluated as is
+    const TNObjectCollectionExpr* counted = nullptr;      // C
+    const TNAssociationTraversal* step = nullptr;         // null: nothing is known ahead
+    const TNFilterExpr* filter = nullptr;                 // the filter nearest the links, if any
 };
 } // namespace tn_detail
 
@@ -249,6 +253,6 @@ public:
 
     TN_EXPR_FIELD(SgxCyclicPtr<TNValueAbsExpr>, function);
     TN_EXPR_FIELD(TNObjectCollectionExprPtr, collection);
-    // What the function reads first, known from its shape while no graph changes.
-    mutable tn_detail::ShapeCache<tn_detail::LookAheadPlan> m_lookAhead;
+    // What the function was recognized as, kept while no graph changes.
+    mutable tn_detail::ShapeCache<tn_detail::MapPlan> m_plan;
 };
