@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 #include <typeinfo>
 #include <unordered_set>
 #include <utility>
@@ -234,6 +235,34 @@ struct AttributeTest {
         prepare(cls, element);
         return kept;
     }
+    // Compares first[from], first[from + 1], ... (objects of one array that are all originals of
+    // `verified`) by their slots alone, handing `keep` those kept, and stops at the first index
+    // outside the type, which only the full comparison reports; answers where it stopped. The
+    // prepared slot is an enumeration in every object, so its literal index is read without its
+    // descriptor, at the offset it has in the first. The variable is bound once, to the last
+    // element compared, as comparing each would leave it.
+    template <class Keep>
+    size_t compareUniform(const SgxSimplePtr<TNObject>* first, size_t from, size_t count,
+                          Keep& keep) const {
+        const TNObject& model = *first[0].get();
+        const TNAttribute& modelSlot = model[*prepared.desc];
+        // In locals, which the stores of `keep` cannot reach.
+        const size_t literalCount = prepared.literalCount;
+        const int64_t literal = prepared.literal;
+        const bool negate = negated;
+        size_t i = from;
+        for (; i < count; ++i) {
+            const int64_t index =
+                tn_detail::sameSlot(model, modelSlot, *first[i].get()).integerInPlace();
+            if (index < 0 || static_cast<size_t>(index) >= literalCount)
+                break;
+            if ((index == literal) != negate)
+                keep(first[i]);
+        }
+        if (i > from)
+            variable->object(first[i - 1]);
+        return i;
+    }
     // Settles the comparison of `element` from `slot` when it holds a literal of the prepared
     // type: binds the variable and sets `keeps`. False, binding nothing, for an index outside the
     // type, which only the full comparison reports.
@@ -274,21 +303,18 @@ void recognizeAttributeTest(const TNValueAbsExpr* predicate, tn_detail::Attribut
     plan.negated = op == TNRelationalExpr::TNNotEqual;
 }
 
-// Hands `keep` the elements of `collection` that `predicate` accepts, in order. `cache` keeps
-// what the predicate was recognized as, and the comparison prepared, for the next call.
+// Hands `keep` the elements of `collection` that `predicate` accepts, in order; `plan` is what
+// the predicate was recognized as (TNFilterExpr::attributeTest).
 template <class Keep>
 void filterInto(const TNObjectCollectionExpr& collection,
-                const SgxCyclicPtr<TNValueAbsExpr>& predicate,
-                tn_detail::ShapeCache<tn_detail::AttributeTestPlan>& cache, Keep keep) {
-    tn_detail::AttributeTestPlan& plan = cache.get([&](tn_detail::AttributeTestPlan& derived) {
-        recognizeAttributeTest(predicate.get(), derived);
-    });
+                const SgxCyclicPtr<TNValueAbsExpr>& predicate, tn_detail::AttributeTestPlan& plan,
+                Keep keep) {
     if (plan.variable != nullptr) {
         AttributeTest test(plan);
         // Elements one by one, or a whole array: when its objects are all made by one class,
         // the comparison is prepared for the first and the others are compared by reading the
-        // slot alone, at the offset the first has it (their headers, a line of memory each, are
-        // never read). An index outside the type goes the element way, which raises for it.
+        // slot alone (their headers, a line of memory each, are never read). An index outside
+        // the type goes the element way, which raises for it.
         struct Visit {
             AttributeTest& test;
             Keep& keep;
@@ -301,36 +327,14 @@ void filterInto(const TNObjectCollectionExpr& collection,
                 size_t i = 0;
                 if (uniform && count > 0 &&
                     tn_detail::overwrittenOriginals.load(std::memory_order_relaxed) == 0) {
-                    const TNObject& model = *first[0].get(); // never null in a uniform array
-                    const TNClass* cls = model.getClass().get();
+                    // Never null in a uniform array.
+                    const TNClass* cls = first[0]->getClass().get();
                     // Prepared for the first element, or else as comparing it in full leaves
                     // the caches.
                     if (!test.prepare(cls, first[0]))
                         (*this)(first[i++]);
-                    if (cls == test.verified) {
-                        // The prepared slot is an enumeration in every object of the array, so
-                        // its literal index is read without its descriptor. The variable is
-                        // bound once, to the last element compared, as comparing each would
-                        // leave it.
-                        const TNAttrExpr::EnumComparison& prepared = test.prepared;
-                        const TNAttribute& modelSlot = model[*prepared.desc];
-                        const size_t from = i;
-                        // In locals, which the stores of `keep` cannot reach.
-                        const size_t literalCount = prepared.literalCount;
-                        const int64_t literal = prepared.literal;
-                        const bool negated = test.negated;
-                        for (; i < count; ++i) {
-                            const int64_t index =
-                                tn_detail::sameSlot(model, modelSlot, *first[i].get())
-                                    .integerInPlace();
-                            if (index < 0 || static_cast<size_t>(index) >= literalCount)
-                                break;
-                            if ((index == literal) != negated)
-                                keep(first[i]);
-                        }
-                        if (i > from)
-                            test.variable->object(first[i - 1]);
-                    }
+                    if (cls == test.verified)
+                        i = test.compareUniform(first, i, count, keep);
                 }
                 for (; i < count; ++i)
                     (*this)(first[i]);
@@ -412,16 +416,23 @@ size_t TNAssociationExpr::count() const {
     return (*m_association).count(start);
 }
 
+tn_detail::AttributeTestPlan& TNFilterExpr::attributeTest() const {
+    return m_plan.get([&](tn_detail::AttributeTestPlan& derived) {
+        recognizeAttributeTest(m_predicate.get(), derived);
+    });
+}
+
 TNObjectSequence TNFilterExpr::operator()() const {
     TNObjectSequence kept;
-    filterInto(*m_collection, m_predicate, m_plan,
+    filterInto(*m_collection, m_predicate, attributeTest(),
                [&](const SgxSimplePtr<TNObject>& element) { kept.push_back(element); });
     return kept;
 }
 
 size_t TNFilterExpr::count() const {
     size_t kept = 0;
-    filterInto(*m_collection, m_predicate, m_plan, [&](const SgxSimplePtr<TNObject>&) { ++kept; });
+    filterInto(*m_collection, m_predicate, attributeTest(),
+               [&](const SgxSimplePtr<TNObject>&) { ++kept; });
     return kept;
 }
 
@@ -538,22 +549,82 @@ constexpr size_t lookAheadFrom = 2048;
 
 } // namespace
 
+namespace {
+
+// count(filter(test, [role] of x)) for one x after another, `test` an attribute test and the
+// step a single one: where x's links are a frozen array of originals of one class, their slots
+// are compared here, in one loop, with the comparison prepared once per class for the whole walk
+// rather than once per x; anything else is left to the filter. The effects are the filter's:
+// its variable is bound to the last element compared, and what it would raise, it raises.
+class TestedLinkCount {
+public:
+    TestedLinkCount(const TNFilterExpr& filter, const TNAssociationTraversal& step,
+                    tn_detail::AttributeTestPlan& plan)
+        : m_filter(filter), m_step(step), m_test(plan),
+          m_graph(tn_detail::graphChanges.load(std::memory_order_relaxed)) {}
+
+    size_t operator()(const SgxSimplePtr<TNObject>& x) {
+        if (size_t kept = 0; countHere(x, kept)) [[likely]]
+            return kept;
+        // The filter prepares comparisons of its own in the same plan.
+        m_test.verified = nullptr;
+        return m_filter.count();
+    }
+
+private:
+    // False, leaving nothing that the filter's count would not leave, where it cannot count.
+    bool countHere(const SgxSimplePtr<TNObject>& x, size_t& kept) {
+        const SgxSimplePtr<TNObject>* first = nullptr;
+        size_t count = 0;
+        // A graph changed by a host's node evaluated meanwhile may have let the plan go.
+        if (x.get() == nullptr ||
+            tn_detail::graphChanges.load(std::memory_order_relaxed) != m_graph ||
+            !m_step.uniformLinks(*x, first, count))
+            return false;
+        kept = 0;
+        if (count == 0)
+            return true;
+        if (tn_detail::overwrittenOriginals.load(std::memory_order_relaxed) != 0 ||
+            !m_test.prepare(first[0]->getClass().get(), first[0]))
+            return false;
+        auto keep = [&kept](const SgxSimplePtr<TNObject>&) { ++kept; };
+        // Stopped early, at an index outside the type: the filter compares again, and raises.
+        return m_test.compareUniform(first, 0, count, keep) == count;
+    }
+
+    const TNFilterExpr& m_filter;
+    const TNAssociationTraversal& m_step;
+    AttributeTest m_test;
+    uint64_t m_graph;
+};
+
+} // namespace
+
 TNStringSequence TNMapExpr::operator()() const {
     // The elements are taken where the collection has them, an array at a time, and the texts
     // vector grows once per array to hold it (a long result otherwise grows through fresh pages
     // several times).
     TNStringSequence texts;
     const TNValueAbsExpr& function = *m_function;
+    const tn_detail::MapPlan& plan = m_plan.get(
+        [&](tn_detail::MapPlan& derived) { recognizeMapFunction(m_function.get(), derived); });
+    // x -> count(filter(test, [role] of x)), the filter's predicate an attribute test.
+    std::optional<TestedLinkCount> tested;
+    if (plan.step != nullptr && plan.filter != nullptr && plan.counted == plan.filter)
+        if (tn_detail::AttributeTestPlan& test = plan.filter->attributeTest(); test.variable)
+            tested.emplace(*plan.filter, *plan.step, test);
     struct Append {
         TNStringSequence& texts;
         const TNValueAbsExpr& function;
         const tn_detail::MapPlan& plan;
+        std::optional<TestedLinkCount>& tested;
         mutable size_t expected = 0;
         bool operator()(const SgxSimplePtr<TNObject>& element) const {
             // The text is written where it stays, not made and then moved there.
             if (plan.counted != nullptr) {
                 plan.variable->object(element);
-                TNValue(static_cast<int32_t>(plan.counted->count())).appendTo(texts.emplace_back());
+                const size_t count = tested ? (*tested)(element) : plan.counted->count();
+                TNValue(static_cast<int32_t>(count)).appendTo(texts.emplace_back());
             } else {
                 function(element).appendTo(texts.emplace_back());
             }
@@ -583,9 +654,7 @@ TNStringSequence TNMapExpr::operator()() const {
             return true;
         }
     };
-    const tn_detail::MapPlan& plan = m_plan.get(
-        [&](tn_detail::MapPlan& derived) { recognizeMapFunction(m_function.get(), derived); });
-    (*m_collection).forEach(Append{texts, function, plan});
+    (*m_collection).forEach(Append{texts, function, plan, tested});
     return texts;
 }
 

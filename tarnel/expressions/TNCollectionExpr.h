@@ -116,6 +116,9 @@ public:
         const tn_detail::AttributeTestPlan* plan = m_plan.current();
         return plan != nullptr ? plan->slotDistance : 0;
     }
+    // What the predicate is recognized as, recognized again after any graph change: for the
+    // filter itself, and for a node that compares the filter's elements the same way.
+    tn_detail::AttributeTestPlan& attributeTest() const;
 
     TN_EXPR_FIELD(SgxCyclicPtr<TNValueAbsExpr>, predicate);
     TN_EXPR_FIELD(TNObjectCollectionExprPtr, collection);

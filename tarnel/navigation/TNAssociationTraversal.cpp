@@ -46,20 +46,24 @@ struct Nesting {
 };
 thread_local Nesting threadNesting __attribute__((tls_model("initial-exec")));
 
+// Whether a traversal call with its frame at `frame` may nest inside those running on this
+// thread (one at least): under maxDepth, and within maxStackBytes of the outermost one's frame.
+inline bool mayNest(const Nesting& nesting, uintptr_t frame) {
+    // The stack grows down from the outermost call.
+    const uintptr_t outermost = nesting.outermostFrame;
+    const uintptr_t used = outermost > frame ? outermost - frame : 0;
+    return nesting.depth < TNAssociationTraversal::maxDepth &&
+           used <= TNAssociationTraversal::maxStackBytes;
+}
+
 class NestingGuard {
 public:
     NestingGuard() : m_nesting(threadNesting) {
         const auto frame = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
-        if (m_nesting.depth == 0) {
+        if (m_nesting.depth == 0)
             m_nesting.outermostFrame = frame;
-        } else {
-            // The stack grows down from the outermost call.
-            const uintptr_t outermost = m_nesting.outermostFrame;
-            const uintptr_t used = outermost > frame ? outermost - frame : 0;
-            if (m_nesting.depth >= TNAssociationTraversal::maxDepth ||
-                used > TNAssociationTraversal::maxStackBytes) [[unlikely]]
-                raiseTooDeep();
-        }
+        else if (!mayNest(m_nesting, frame)) [[unlikely]]
+            raiseTooDeep();
         ++m_nesting.depth;
     }
     ~NestingGuard() { --m_nesting.depth; }
@@ -445,6 +449,27 @@ void TNAssociationTraversal::forEach(const SgxSimplePtr<TNObject>& source,
     std::vector<SgxSimplePtr<TNObject>> gathered;
     traverse(gathered, source);
     visit.each(gathered.data(), gathered.size());
+}
+
+bool TNAssociationTraversal::uniformLinks(const TNObject& source,
+                                          const SgxSimplePtr<TNObject>*& first,
+                                          size_t& count) const {
+    // Only for the class last seen, whose slot is known; forEach finds another's and remembers.
+    if (!m_addToResult || !m_condition.isNull() || !m_child.isNull() || !m_sibling.isNull() ||
+        m_cachedSlot < 0)
+        return false;
+    const TNObject& object = *source.original();
+    const TNClass* cls = object.cls();
+    if (cls == nullptr || cls->instanceId() != m_cachedClass ||
+        (threadNesting.depth != 0 &&
+         !mayNest(threadNesting, reinterpret_cast<uintptr_t>(__builtin_frame_address(0)))))
+        return false;
+    const uintptr_t word = object.linkWord(m_cachedSlot);
+    if ((word & tn_detail::linkTagMask) != 0)
+        return false;
+    first = tn_detail::linkArray(word);
+    count = tn_detail::linkArrayCount(word);
+    return (word & tn_detail::linkUniformTag) != 0 || count == 0;
 }
 
 const TNAssociation* TNAssociationTraversal::findAssociation(const TNObject& object) const {

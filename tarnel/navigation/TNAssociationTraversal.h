@@ -81,6 +81,17 @@ public:
     // lie instead of copying them.
     void forEach(const SgxSimplePtr<TNObject>& source, const TNObjectVisitor& visit) const;
 
+    // The objects forEach(source) would hand over, when this node is a single adding step
+    // without condition, child or sibling, `source` is of the class it last followed its
+    // association from, and they are a frozen array of originals of one class (or none): then
+    // `first` and `count` are set (count 0 for none) and the answer is true, with the same
+    // effect as forEach up to the visit, none. False, having changed nothing, in every other
+    // case: other nodes, other classes, lists still being populated, single links, arrays mixing
+    // classes, copies or nulls, and wherever forEach would raise (no class, too deep). For a
+    // caller that handles such an array itself and leaves the rest to forEach.
+    bool uniformLinks(const TNObject& source, const SgxSimplePtr<TNObject>*& first,
+                      size_t& count) const;
+
     // Look-ahead for a caller that runs this node from each object of an array in turn (a map
     // over a collection): before running it from objects[i], the caller calls before(i), which
     // starts loading, without waiting for them, what the runs from a few objects further on will

@@ -122,29 +122,49 @@ TEST(TNAllInstancesExpr, ManyInstancesVisitedInBatchesAsTheyWereWhenTheVisitBega
 }
 
 TEST(TNMapExpr, CountsOfLinksOverThousandsOfMixedElementsAgreeWithTheModel) {
-    // A map over thousands of elements loads what its function reads a few elements ahead. The
-    // elements here mix two classes and host copies; hubs have no link, one (held in the link
-    // word), a few, or more than are loaded ahead; links are lists before the freeze and arrays
-    // after. Each count must be what the model holds; under the sanitizers, nothing may be read
-    // outside an object or an array. Last, an object of no class, for which the function raises
-    // when its turn comes, and not before.
+    // A map counting each element's links, or those an attribute test keeps, loads what it reads
+    // a few elements ahead and compares uniform arrays itself. The elements here mix two classes
+    // and host copies; hubs have no link, one (held in the link word), a few, or more than are
+    // loaded ahead, to objects of one class, of the other, or of both; links are lists before
+    // the freeze and arrays after. Each count must be what the model holds, and the test's
+    // variable must be left on the last object compared; under the sanitizers, nothing may be
+    // read outside an object or an array. Last, an element of no class, and one whose link holds
+    // a literal index outside its type: the map raises when its turn comes, and not before.
     ProbeScope scope;
     NodeModel m;
     constexpr int hubCount = 3000;
     std::vector<TNObject*> hubs;
     std::vector<int> linked, linkedPublic;
+    TNObject* lastCompared = nullptr;
     for (int i = 0; i < hubCount; ++i) {
         const bool isLeaf = i % 7 == 3;
         hubs.push_back(m.make("hub" + std::to_string(i), 0, isLeaf));
         const int links = isLeaf ? 0 : i % 13 == 0 ? 20 : i % 5;
         linked.push_back(links), linkedPublic.push_back(0);
         for (int k = 0; k < links; ++k) {
-            TNObject* target = m.make("t");
+            TNObject* target = m.make("t", 0, i % 11 == 5 || (i % 17 == 8 && k == 0));
             (*target)["visibility"] = (i + k) % 3 == 0 ? "public" : "private";
             linkedPublic.back() += (i + k) % 3 == 0;
             hubs.back()->associate(target, "next");
+            lastCompared = target;
         }
     }
+    // Then a hub whose links hold a host copy, which stands for its original.
+    const TNObject copiedTarget = *lastCompared;
+    hubs.push_back(m.make("copyHub"));
+    TNObject* publicTarget = m.make("t");
+    (*publicTarget)["visibility"] = "public";
+    hubs.back()->associate(publicTarget, "next");
+    hubs.back()->associate(const_cast<TNObject*>(&copiedTarget), "next");
+    linked.push_back(2);
+    linkedPublic.push_back(1 + (copiedTarget["visibility"].asString() == "public"));
+    // And one with a plain array, so that the variable is left by the map's own comparison.
+    hubs.push_back(m.make("lastHub"));
+    lastCompared = m.make("t");
+    (*lastCompared)["visibility"] = "private";
+    hubs.back()->associate(publicTarget, "next");
+    hubs.back()->associate(lastCompared, "next");
+    linked.push_back(2), linkedPublic.push_back(1);
     const TNObject copyA = *hubs[10], copyB = *hubs[2004];
     Objects elements(hubs.begin(), hubs.end());
     elements.insert(elements.begin() + 100, SgxSimplePtr<TNObject>(const_cast<TNObject*>(&copyA)));
@@ -157,18 +177,17 @@ TEST(TNMapExpr, CountsOfLinksOverThousandsOfMixedElementsAgreeWithTheModel) {
         texts.insert(texts.begin() + 2500, texts[2004 + 1]);
         return texts;
     };
+    SgxCyclicPtr<TNObjectVarExpr> y = new TNObjectVarExpr;
     auto countOf = [&](bool onlyPublic) {
         SgxCyclicPtr<TNObjectVarExpr> x = new TNObjectVarExpr;
         TNObjectCollectionExprPtr links =
             new TNAssociationExpr(new TNAssociationTraversal("next", true), x);
-        if (onlyPublic) {
-            SgxCyclicPtr<TNObjectVarExpr> y = new TNObjectVarExpr;
+        if (onlyPublic)
             links = new TNFilterExpr(
                 new TNValueAbsExpr(y, new TNRelationalExpr(new TNAttrExpr("visibility", y),
                                                            TNRelationalExpr::TNEqual,
                                                            new TNConstantExpr("public"))),
                 links);
-        }
         return new TNMapExpr(new TNValueAbsExpr(x, new TNCountExpr(links)),
                              new ObjectsProbe("elements", {elements}));
     };
@@ -179,14 +198,31 @@ TEST(TNMapExpr, CountsOfLinksOverThousandsOfMixedElementsAgreeWithTheModel) {
             m.schema.donePopulating();
         for (int evaluation = 0; evaluation < 2; ++evaluation) { // the second with kept plans
             EXPECT_EQ((*all)(), expected(linked)) << frozen;
+            y->object(nullptr);
             EXPECT_EQ((*onlyPublic)(), expected(linkedPublic)) << frozen;
+            EXPECT_EQ(y->object().get(), lastCompared) << frozen;
         }
     }
     const TNObject classless;
-    elements.push_back(SgxSimplePtr<TNObject>(const_cast<TNObject*>(&classless)));
-    for (TNMapExpr* map : {all, onlyPublic}) {
-        static_cast<ObjectsProbe&>(*map->collection()).script({elements});
-        EXPECT_EQ(raised([&] { (*map)(); }), "Null dereference");
+    TNObject* bad = m.make("bad");
+    (*bad)["visibility"] = 7;
+    TNObject* badHub = m.make("badHub");
+    badHub->associate(m.make("fine"), "next");
+    badHub->associate(bad, "next");
+    m.schema.donePopulating();
+    for (TNObject* last : {const_cast<TNObject*>(&classless), badHub}) {
+        Objects withLast = elements;
+        withLast.push_back(last);
+        const std::string raisedByLast =
+            raised([&] { (*onlyPublic->function())(SgxSimplePtr<TNObject>(last)); });
+        ASSERT_NE(raisedByLast, "nothing");
+        for (TNMapExpr* map : {all, onlyPublic}) {
+            static_cast<ObjectsProbe&>(*map->collection()).script({withLast});
+            if (map == onlyPublic || last == &classless)
+                EXPECT_EQ(raised([&] { (*map)(); }), raisedByLast);
+            else
+                EXPECT_EQ((*map)().back(), "2");
+        }
     }
     release(all), release(onlyPublic);
 }
