@@ -277,16 +277,27 @@ struct AttributeTest {
     }
 };
 
+// The body of `abstraction` when it is exactly a `Body` node and the variable exactly a
+// TNObjectVarExpr, which `variable` is then set to; null otherwise.
+template <class Body>
+const Body* plainBody(const TNValueAbsExpr* abstraction, TNObjectVarExpr*& variable) {
+    if (abstraction == nullptr)
+        return nullptr;
+    variable = abstraction->contextObject().get();
+    const TNValueExpr* body = abstraction->expr().get();
+    if (variable == nullptr || typeid(*variable) != typeid(TNObjectVarExpr) || body == nullptr ||
+        typeid(*body) != typeid(Body))
+        return nullptr;
+    return static_cast<const Body*>(body);
+}
+
 // Fills in `plan` when `predicate` is an attribute test; leaves it empty otherwise.
 void recognizeAttributeTest(const TNValueAbsExpr* predicate, tn_detail::AttributeTestPlan& plan) {
-    if (predicate == nullptr)
+    TNObjectVarExpr* variable = nullptr;
+    const auto* test = plainBody<TNRelationalExpr>(predicate, variable);
+    if (test == nullptr)
         return;
-    TNObjectVarExpr* variable = predicate->contextObject().get();
-    const TNValueExpr* body = predicate->expr().get();
-    if (variable == nullptr || typeid(*variable) != typeid(TNObjectVarExpr) || body == nullptr ||
-        typeid(*body) != typeid(TNRelationalExpr))
-        return;
-    const auto& relational = static_cast<const TNRelationalExpr&>(*body);
+    const TNRelationalExpr& relational = *test;
     const TNValueExpr* lhs = relational.lhs().get();
     const TNValueExpr* rhs = relational.rhs().get();
     const TNRelationalExpr::TNRelOp op = relational.op();
@@ -510,15 +521,11 @@ namespace {
 // Fills in `plan` when `function` is x -> count(C), and its step and filter when C counts the
 // objects one simple step from x through filters: x -> count(filter(p, [role] of x)).
 void recognizeMapFunction(const TNValueAbsExpr* function, tn_detail::MapPlan& plan) {
-    if (function == nullptr)
+    TNObjectVarExpr* variable = nullptr;
+    const auto* count = plainBody<TNCountExpr>(function, variable);
+    if (count == nullptr)
         return;
-    TNObjectVarExpr* variable = function->contextObject().get();
-    const TNValueExpr* body = function->expr().get();
-    if (variable == nullptr || typeid(*variable) != typeid(TNObjectVarExpr) || body == nullptr ||
-        typeid(*body) != typeid(TNCountExpr))
-        return;
-    const TNObjectCollectionExpr* collection =
-        static_cast<const TNCountExpr&>(*body).collection().get();
+    const TNObjectCollectionExpr* collection = count->collection().get();
     if (collection == nullptr)
         return;
     plan.variable = variable;
