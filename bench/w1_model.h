@@ -149,7 +149,13 @@ public:
         m_attributes = schema.getClass("Class")->getAssociation("attributes");
     }
 
-    TNObject* makePackage(const Values& v) { return make(m_kinds[0], v); }
+    // The first package made, the root of the package tree, is the model's root object.
+    TNObject* makePackage(const Values& v) {
+        TNObject* package = make(m_kinds[0], v);
+        if (m_schema.rootObject().get() == nullptr)
+            m_schema.setRoot(package);
+        return package;
+    }
     TNObject* makeClass(const Values& v) { return make(m_kinds[1], v); }
     TNObject* makeOperation(const Values& v) { return make(m_kinds[2], v); }
     TNObject* makeAttribute(const Values& v) { return make(m_kinds[3], v); }

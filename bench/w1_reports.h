@@ -3,7 +3,7 @@
 //
 // Q1: the names of all public operations, sorted and joined with ", ".
 // Q2: for every class, the number of its public operations (the host sums them).
-// Q3: for each top package (a subpackage of the root package, the first package made), the
+// Q3: for each top package (a subpackage of the root package, the model's root object), the
 //     number of classes in it at any depth, through the compound association "All Classes".
 //
 // Header-only, like w1_model.h.
@@ -109,11 +109,11 @@ private:
         return new TNMapExpr(count, new TNAllInstancesExpr("Class", m_input));
     }
 
-    // Each subpackage of the first Package mapped to count([All Classes] from it).
+    // Each subpackage of the model's root (the root package) mapped to count([All Classes] from
+    // it).
     TNStringCollectionExpr* buildQ3() {
-        auto* root = new TNObjectExtractionExpr(new TNAllInstancesExpr("Package", m_input));
-        root->choice(TNObjectExtractionExpr::First);
-        auto* tops = new TNAssociationExpr(new TNAssociationTraversal("subpackages", true), root);
+        auto* tops = new TNAssociationExpr(new TNAssociationTraversal("subpackages", true),
+                                           new TNModelExpr(m_input));
         ObjectVar p = new TNObjectVarExpr;
         auto* allClasses =
             new TNAssociationExpr(new TNAssociationTraversal("All Classes", true), p);
