@@ -554,10 +554,6 @@ void recognizeMapFunction(const TNValueAbsExpr* function, tn_detail::MapPlan& pl
 // cache from one evaluation to the next, and loading it ahead would only cost instructions.
 constexpr size_t lookAheadFrom = 2048;
 
-} // namespace
-
-namespace {
-
 // count(filter(test, [role] of x)) for one x after another, `test` an attribute test and the
 // step a single one: where x's links are a frozen array of originals of one class, their slots
 // are compared here, in one loop, with the comparison prepared once per class for the whole walk
@@ -613,7 +609,8 @@ TNStringSequence TNMapExpr::operator()() const {
     // several times).
     TNStringSequence texts;
     const TNValueAbsExpr& function = *m_function;
-    const tn_detail::MapPlan& plan = m_plan.get(
+    // A copy: the function may evaluate this map again, which may derive the plan anew.
+    const tn_detail::MapPlan plan = m_plan.get(
         [&](tn_detail::MapPlan& derived) { recognizeMapFunction(m_function.get(), derived); });
     // x -> count(filter(test, [role] of x)), the filter's predicate an attribute test.
     std::optional<TestedLinkCount> tested;
