@@ -627,7 +627,11 @@ TNStringSequence TNMapExpr::operator()() const {
             // The text is written where it stays, not made and then moved there.
             if (plan.counted != nullptr) {
                 plan.variable->object(element);
-                const size_t count = tested ? (*tested)(element) : plan.counted->count();
+                // count([role] of x) is the step's count from x.
+                const size_t count = tested                 ? (*tested)(element)
+                                     : plan.filter == nullptr && plan.step != nullptr
+                                         ? plan.step->count(element)
+                                         : plan.counted->count();
                 TNValue(static_cast<int32_t>(count)).appendTo(texts.emplace_back());
             } else {
                 function(element).appendTo(texts.emplace_back());

@@ -287,9 +287,17 @@ struct TNAssociationTraversal::Closure {
             sum += stepAdds;
             return true;
         };
-        // The source first, then the arrays pending, the last one pushed first.
-        WalkStack::Range range{nullptr, 1, depth, const_cast<TNObject*>(&source), false};
-        do {
+        // The source first (a copy has its words in its original's block), then the arrays
+        // pending, the last one pushed first.
+        if (depth + deepest >= maxDepth)
+            return false;
+        linkDepth = depth + 2;
+        sum += rootAdds;
+        const TNObject& original = *source.original();
+        if (!useClass(original) || !visit(reinterpret_cast<const uintptr_t*>(&original)))
+            return false;
+        WalkStack::Range range;
+        while (pending.pop(range)) {
             if (range.depth + deepest >= maxDepth)
                 return false;
             linkDepth = range.depth + 2;
@@ -318,7 +326,7 @@ struct TNAssociationTraversal::Closure {
                     !visit(reinterpret_cast<const uintptr_t*>(object)))
                     return false;
             }
-        } while (pending.pop(range));
+        }
         total = sum;
         return true;
     }
