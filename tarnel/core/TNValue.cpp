@@ -163,6 +163,11 @@ SgxString TNValue::asString() const {
 void TNValue::appendTo(SgxString& text) const {
     switch (m_type) {
     case TNVInt: {
+        // One digit, the commonest count, without the conversion.
+        if (static_cast<uint64_t>(m_int) < 10) {
+            text.push_back(static_cast<char>('0' + m_int));
+            break;
+        }
         // Character by character: an integer's eleven characters at most fit the inline buffer
         // of an empty string, and no call copies them.
         char buffer[16];
