@@ -252,11 +252,12 @@ struct AttributeTest {
         const bool negate = negated;
         size_t i = from;
         for (; i < count; ++i) {
-            const int64_t index =
-                tn_detail::sameSlot(model, modelSlot, *first[i].get()).integerInPlace();
-            if (index < 0 || static_cast<size_t>(index) >= literalCount)
+            // A negative index, as unsigned, is past every type's literals.
+            const auto index = static_cast<uint64_t>(static_cast<int64_t>(
+                tn_detail::sameSlot(model, modelSlot, *first[i].get()).integerInPlace()));
+            if (index >= literalCount)
                 break;
-            if ((index == literal) != negate)
+            if ((static_cast<int64_t>(index) == literal) != negate)
                 keep(first[i]);
         }
         if (i > from)
