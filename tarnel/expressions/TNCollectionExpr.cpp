@@ -542,9 +542,7 @@ void recognizeMapFunction(const TNValueAbsExpr* function, tn_detail::MapPlan& pl
         return;
     const auto& links = static_cast<const TNAssociationExpr&>(*collection);
     const TNAssociationTraversal* step = links.association().get();
-    if (links.object().get() != variable || step == nullptr || !step->child().isNull() ||
-        !step->sibling().isNull() || !step->condition().isNull() ||
-        step->associationToTraverse().empty())
+    if (links.object().get() != variable || step == nullptr || !step->isSingleStep())
         return;
     plan.step = step;
     plan.filter = filter;

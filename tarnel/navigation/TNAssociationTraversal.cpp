@@ -432,8 +432,7 @@ size_t TNAssociationTraversal::count(const SgxSimplePtr<TNObject>& source) const
 
 void TNAssociationTraversal::forEach(const SgxSimplePtr<TNObject>& source,
                                      const TNObjectVisitor& visit) const {
-    if (m_addToResult && m_condition.isNull() && m_child.isNull() && m_sibling.isNull() &&
-        !m_associationToTraverse.empty()) {
+    if (isSingleStep()) {
         // A frozen array is visited where it lies; anything else through a view of it.
         TNLinkView linked;
         const SgxSimplePtr<TNObject>* first = nullptr;
@@ -459,21 +458,26 @@ void TNAssociationTraversal::forEach(const SgxSimplePtr<TNObject>& source,
     visit.each(gathered.data(), gathered.size());
 }
 
+inline bool TNAssociationTraversal::frozenLinkWord(const TNObject& object,
+                                                   uintptr_t& word) const noexcept {
+    if (m_cachedSlot < 0)
+        return false;
+    const TNObject& original = *object.original();
+    const TNClass* cls = original.cls();
+    if (cls == nullptr || cls->instanceId() != m_cachedClass)
+        return false;
+    word = original.linkWord(m_cachedSlot);
+    return (word & tn_detail::linkTagMask) == 0;
+}
+
 bool TNAssociationTraversal::uniformLinks(const TNObject& source,
                                           const SgxSimplePtr<TNObject>*& first,
                                           size_t& count) const {
     // Only for the class last seen, whose slot is known; forEach finds another's and remembers.
-    if (!m_addToResult || !m_condition.isNull() || !m_child.isNull() || !m_sibling.isNull() ||
-        m_cachedSlot < 0)
-        return false;
-    const TNObject& object = *source.original();
-    const TNClass* cls = object.cls();
-    if (cls == nullptr || cls->instanceId() != m_cachedClass ||
+    uintptr_t word = 0;
+    if (!isSingleStep() || !frozenLinkWord(source, word) ||
         (threadNesting.depth != 0 &&
          !mayNest(threadNesting, reinterpret_cast<uintptr_t>(__builtin_frame_address(0)))))
-        return false;
-    const uintptr_t word = object.linkWord(m_cachedSlot);
-    if ((word & tn_detail::linkTagMask) != 0)
         return false;
     first = tn_detail::linkArray(word);
     count = tn_detail::linkArrayCount(word);
@@ -536,17 +540,12 @@ void TNAssociationTraversal::LookAhead::before(size_t i) noexcept {
         // The object's word and link word, loaded by the first stage, now read.
         Links& found = m_ring[(i + linksAhead) % ringSize];
         found = Links();
-        if (const TNObject* object = m_objects[i + linksAhead].get()) {
-            const TNObject& original = *object->original();
-            const TNClass* cls = original.cls();
-            if (cls != nullptr && cls->instanceId() == m_step.m_cachedClass) {
-                const uintptr_t word = original.linkWord(slot);
-                if (word != 0 && (word & tn_detail::linkTagMask) == 0) {
-                    found.first = tn_detail::linkArray(word);
-                    found.count = tn_detail::linkArrayCount(word);
-                    __builtin_prefetch(found.first);
-                }
-            }
+        uintptr_t word = 0;
+        if (const TNObject* object = m_objects[i + linksAhead].get();
+            object != nullptr && m_step.frozenLinkWord(*object, word)) {
+            found.first = tn_detail::linkArray(word);
+            found.count = tn_detail::linkArrayCount(word);
+            __builtin_prefetch(found.first);
         }
     }
     if (i + linkedAhead < m_count) {

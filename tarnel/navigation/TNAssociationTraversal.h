@@ -81,6 +81,11 @@ public:
     // lie instead of copying them.
     void forEach(const SgxSimplePtr<TNObject>& source, const TNObjectVisitor& visit) const;
 
+    // Whether this node is a single adding step: an association, no condition, child or sibling.
+    bool isSingleStep() const noexcept {
+        return m_addToResult && !m_associationToTraverse.empty() && m_condition.isNull() &&
+               m_child.isNull() && m_sibling.isNull();
+    }
     // The objects forEach(source) would hand over, when this node is a single adding step
     // without condition, child or sibling, `source` is of the class it last followed its
     // association from, and they are a frozen array of originals of one class (or none): then
@@ -196,6 +201,11 @@ private:
     // just gave, through the remembered slot when the association is simple.
     size_t linkCount(const TNObject& object, const TNAssociation& assoc) const;
     TNLinkView links(const TNObject& object, const TNAssociation& assoc) const;
+    // Sets `word` to the link word of `object` (live) through the remembered slot, and answers
+    // whether it is a frozen array's (possibly empty): false, reading nothing past the object's
+    // word, unless the object is of the remembered class and its association is simple.
+    // (Defined inline where the walks are.)
+    bool frozenLinkWord(const TNObject& object, uintptr_t& word) const noexcept;
 
     SgxString m_associationToTraverse;
     bool m_addToResult = false;
