@@ -118,6 +118,21 @@ template <class Context> struct ContextSlotReset {
     ~ContextSlotReset() { slot = nullptr; }
 };
 
+// Marks an object of a restore as being read for the duration of its restoreGuts.
+template <class Context> class ReadingGuard {
+public:
+    ReadingGuard(Context& context, size_t index) : m_context(context), m_index(index) {
+        context.setReading(index, true);
+    }
+    ReadingGuard(const ReadingGuard&) = delete;
+    ReadingGuard& operator=(const ReadingGuard&) = delete;
+    ~ReadingGuard() { m_context.setReading(m_index, false); }
+
+private:
+    Context& m_context;
+    size_t m_index;
+};
+
 // Counts the nesting of new objects in a store or restore.
 class DepthGuard {
 public:
@@ -130,7 +145,12 @@ private:
     unsigned& m_depth;
 };
 
-enum ReferenceTag : uint8_t { TagNil = 0, TagBackReference = 1, TagNewObject = 2 };
+enum ReferenceTag : uint8_t {
+    TagNil = 0,
+    TagBackReference = 1,
+    TagNewObject = 2,
+    TagDeclaredObject = 3 // a new object whose guts come later
+};
 
 } // namespace
 
@@ -150,6 +170,10 @@ public:
     }
 
     unsigned depth = 0;
+    // Objects declared with their guts deferred, in declaration order; those before `nextDeferred`
+    // are written.
+    std::vector<const RWCollectable*> deferred;
+    size_t nextDeferred = 0;
 
 private:
     std::unordered_map<const RWCollectable*, uint32_t> m_indexOf;
@@ -172,8 +196,15 @@ public:
             return;
         const uint32_t index = found->second;
         Entry& entry = m_objects[index];
+        // The object restored into belongs to the caller; one still being read must outlive
+        // its read, which nobody outside the data would wait for.
         if (!entry.created)
-            return;
+            SgxException::raise("Object " + std::to_string(index) +
+                                " of the data is the object restored into, which nothing in it may "
+                                "own");
+        if (owner == nullptr && entry.reading)
+            SgxException::raise("Object " + std::to_string(index) +
+                                " of the data is claimed while it is still being read");
         if (entry.adopted)
             SgxException::raise("Object " + std::to_string(index) +
                                 " of the data is claimed by two owners");
@@ -191,6 +222,8 @@ public:
     }
 
     size_t size() const { return m_objects.size(); }
+    // Marks the object read with `index` as being read (or no longer).
+    void setReading(size_t index, bool reading) { m_objects[index].reading = reading; }
     // The object read with `index`; null when it has been deleted since.
     RWCollectable* at(size_t index) const { return m_objects[index].object; }
 
@@ -198,7 +231,7 @@ public:
     // it here if entering fails).
     void add(RWCollectable* object, bool created) {
         std::unique_ptr<RWCollectable> owner(created ? object : nullptr);
-        m_objects.push_back(Entry{object, NoOwner, created, false});
+        m_objects.push_back(Entry{object, NoOwner, created, false, false});
         try {
             m_indexOf.emplace(object, static_cast<uint32_t>(m_objects.size() - 1));
         } catch (...) {
@@ -221,6 +254,10 @@ public:
     }
 
     unsigned depth = 0;
+    // Indexes of the objects declared with their guts deferred, in declaration order; those
+    // before `nextDeferred` are read.
+    std::vector<uint32_t> deferred;
+    size_t nextDeferred = 0;
 
 private:
     static constexpr uint32_t NoOwner = std::numeric_limits<uint32_t>::max();
@@ -229,6 +266,7 @@ private:
         uint32_t owner; // index of the adopting object, NoOwner when none or outside the data
         bool created;
         bool adopted;
+        bool reading = false; // its restoreGuts is running
     };
     std::vector<Entry> m_objects;
     std::unordered_map<const RWCollectable*, uint32_t> m_indexOf;
@@ -253,9 +291,32 @@ void writeReference(RWvostream& stream, RWSaveContext& context, const RWCollecta
         SgxException::raise("Cannot store objects nested deeper than " +
                             std::to_string(RWMaxNestingDepth));
     context.add(object);
+    if (context.depth >= RWDeferredGutsDepth && object->canDeferGuts()) {
+        stream << uint8_t{TagDeclaredObject} << entry->name;
+        context.deferred.push_back(object);
+        return;
+    }
     stream << uint8_t{TagNewObject} << entry->name;
     DepthGuard nested(context.depth);
     object->saveGuts(stream);
+}
+
+// Writes the deferred guts in declaration order, each at the depth of an outermost object's
+// guts; guts written here may defer more, which the loop reaches too.
+void writeDeferred(RWvostream& stream, RWSaveContext& context) {
+    const unsigned depth = context.depth;
+    context.depth = 0;
+    try {
+        while (context.nextDeferred < context.deferred.size()) {
+            const RWCollectable* object = context.deferred[context.nextDeferred++];
+            DepthGuard nested(context.depth);
+            object->saveGuts(stream);
+        }
+    } catch (...) {
+        context.depth = depth;
+        throw;
+    }
+    context.depth = depth;
 }
 
 void saveReference(RWvostream& stream, const RWCollectable* object) {
@@ -268,6 +329,7 @@ void saveReference(RWvostream& stream, const RWCollectable* object) {
     slot = &context;
     ContextSlotReset<RWSaveContext> reset{slot};
     writeReference(stream, context, object);
+    writeDeferred(stream, context);
 }
 
 // Reads one reference. With a `target`, the reference must be a new object of the target's class,
@@ -298,8 +360,12 @@ RWCollectable* readReference(RWvistream& stream, RWRestoreContext& context, RWCo
                                          at);
         return object;
     }
-    if (tag != TagNewObject)
+    if (tag != TagNewObject && tag != TagDeclaredObject)
         RWvistream::raiseFormatError("Invalid reference tag " + std::to_string(tag), at);
+    if (tag == TagDeclaredObject && target != nullptr)
+        RWvistream::raiseFormatError("Expected a new object of class \"" + target->stringID() +
+                                         "\", found a declaration",
+                                     at);
 
     const uint64_t nameAt = stream.offset();
     uint32_t nameLength;
@@ -329,9 +395,40 @@ RWCollectable* readReference(RWvistream& stream, RWRestoreContext& context, RWCo
             RWvistream::raiseFormatError("Unknown class \"" + name + "\"", nameAt);
         context.add(object, true);
     }
+    if (tag == TagDeclaredObject) {
+        // Only a class that allows it may arrive without its guts: any other would be read by
+        // its holder before it has them.
+        if (!object->canDeferGuts())
+            RWvistream::raiseFormatError("Class \"" + name + "\" cannot be declared ahead", nameAt);
+        context.deferred.push_back(static_cast<uint32_t>(context.size() - 1));
+        return object;
+    }
     DepthGuard nested(context.depth);
+    ReadingGuard<RWRestoreContext> reading(context, context.size() - 1);
     object->restoreGuts(stream);
     return object;
+}
+
+// Reads the deferred guts in declaration order; see writeDeferred.
+void readDeferred(RWvistream& stream, RWRestoreContext& context) {
+    const unsigned depth = context.depth;
+    context.depth = 0;
+    try {
+        while (context.nextDeferred < context.deferred.size()) {
+            const uint32_t index = context.deferred[context.nextDeferred++];
+            RWCollectable* object = context.at(index);
+            if (object == nullptr)
+                stream.raiseFormatError("Guts of object " + std::to_string(index) +
+                                        ", which no longer exists");
+            DepthGuard nested(context.depth);
+            ReadingGuard<RWRestoreContext> reading(context, index);
+            object->restoreGuts(stream);
+        }
+    } catch (...) {
+        context.depth = depth;
+        throw;
+    }
+    context.depth = depth;
 }
 
 RWCollectable* restoreReference(RWvistream& stream, RWCollectable* target) {
@@ -342,7 +439,9 @@ RWCollectable* restoreReference(RWvistream& stream, RWCollectable* target) {
     slot = &context;
     ContextSlotReset<RWRestoreContext> reset{slot};
     try {
-        return readReference(stream, context, target);
+        RWCollectable* object = readReference(stream, context, target);
+        readDeferred(stream, context);
+        return object;
     } catch (...) {
         context.releaseAfterFailure();
         throw;
@@ -350,6 +449,16 @@ RWCollectable* restoreReference(RWvistream& stream, RWCollectable* target) {
 }
 
 } // namespace
+
+void rwSaveDeferredGuts(RWvostream& stream) {
+    if (RWSaveContext* context = RWStreamAccess::context(stream))
+        writeDeferred(stream, *context);
+}
+
+void rwRestoreDeferredGuts(RWvistream& stream) {
+    if (RWRestoreContext* context = RWStreamAccess::context(stream))
+        readDeferred(stream, *context);
+}
 
 void rwAdopt(const RWCollectable* object, const RWCollectable* owner) {
     if (object == nullptr)
@@ -384,8 +493,11 @@ RWspace RWCollectable::binaryStoreSize() const {
     slot = &context;
     ContextSlotReset<RWSaveContext> reset{slot};
     context.add(this);
-    DepthGuard nested(context.depth);
-    saveGuts(counter);
+    {
+        DepthGuard nested(context.depth);
+        saveGuts(counter);
+    }
+    writeDeferred(counter, context);
     return counter.offset();
 }
 

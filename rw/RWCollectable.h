@@ -31,6 +31,16 @@
 // holds them (for example a collection the caller empties with clearAndDestroy()). A caller that
 // restores into an existing object keeps ownership of it, on failure as on success.
 //
+// Deferred guts. Graphs such as a metamodel, whose classes refer to one another through their
+// associations, would otherwise nest one level per hop and reach the nesting limit (and the end of
+// the stack) long before their size does. A class says, by overriding canDeferGuts(), that nobody
+// looks inside its objects while a restore runs: whoever restores a reference to one only keeps
+// the pointer. An object of such a class met RWDeferredGutsDepth or more levels deep is written as
+// a forward declaration (its class name only) and its guts come later, in the order the
+// declarations were written: where a class's guts call rwSaveDeferredGuts (and its restoreGuts
+// rwRestoreDeferredGuts), else after the outermost object's guts. The reader makes the object at
+// once, so every pointer to it is valid while the rest is read.
+//
 // Limits. References nest at most RWMaxNestingDepth deep; a class name is at most
 // RWMaxClassNameLength bytes. A store that would exceed a limit raises, so nothing is written
 // that could not be read back. Every violation raises SgxException with the byte offset.
@@ -56,6 +66,8 @@ using RWuserCreator = RWCollectable* (*)();
 
 // How deep references may nest (an object whose guts hold a new object whose guts hold...).
 inline constexpr unsigned RWMaxNestingDepth = 4096;
+// From this depth on, objects whose class allows it are written with deferred guts.
+inline constexpr unsigned RWDeferredGutsDepth = 16;
 // The longest class name a file may carry.
 inline constexpr uint32_t RWMaxClassNameLength = 1024;
 
@@ -91,6 +103,9 @@ public:
     virtual void restoreGuts(RWFile& file) final;
     // Writes this object's fields. The base writes nothing.
     virtual void saveGuts(RWvostream& stream) const;
+    // Whether a store may write this object's guts later than its first reference (see
+    // "Deferred guts" above). False here.
+    virtual bool canDeferGuts() const { return false; }
     // Runs saveGuts(RWvostream&) on a view of `file`.
     virtual void saveGuts(RWFile& file) const final;
 
@@ -130,11 +145,20 @@ RWTOOLS_API RWStringID rwClassName(RWClassID id);
 
 // Takes `object` out of the failure clean-up of the restore running on this thread: `owner` (or,
 // when null, code outside the restore) now owns it. Raises SgxException when the object was
-// already adopted in that restore (the data claimed the same object as owned twice) or when
-// `owner` is the object or is owned through adoptions by it (an ownership cycle, which would
-// never be freed). Does nothing for null, for objects the running restore did not create, and
-// when no restore runs.
+// already adopted in that restore (the data claimed the same object as owned twice), when it is
+// the object restored into (its caller owns it), when `owner` is null and the object's own
+// restoreGuts is still running (code outside the restore may free it before that returns), or
+// when `owner` is the object or is owned through adoptions by it (an ownership cycle, which would
+// never be freed). Does nothing for null, for objects the running restore did not read, and when
+// no restore runs.
 RWTOOLS_API void rwAdopt(const RWCollectable* object, const RWCollectable* owner = nullptr);
+
+// Inside saveGuts: writes now the guts of every object whose guts the running store deferred and
+// has not written yet (those objects may defer more; all are written). Does nothing outside a
+// store. The matching restoreGuts calls rwRestoreDeferredGuts at the same point of its record,
+// after which every object read so far has its guts.
+RWTOOLS_API void rwSaveDeferredGuts(RWvostream& stream);
+RWTOOLS_API void rwRestoreDeferredGuts(RWvistream& stream);
 
 // Writes a reference to `object` (nil when null); see recursiveSaveOn.
 RWTOOLS_API RWvostream& operator<<(RWvostream& stream, const RWCollectable* object);

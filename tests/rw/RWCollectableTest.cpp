@@ -162,6 +162,47 @@ TEST(RWCollectable, StoringAnUnregisteredClassOrTooDeepANestingRaises) {
     TestNode::deleteAll();
 }
 
+// A node whose holders only keep pointers to it while a restore runs, so its guts may come later.
+struct DeferrableNode : TestNode {
+    RWClassID isA() const override { return atom; }
+    bool canDeferGuts() const override { return true; }
+    static const RWClassID atom;
+};
+const RWClassID DeferrableNode::atom = registerTestClass<DeferrableNode>("DeferrableNode");
+
+TEST(RWCollectable, DeepChainsOfDeferrableObjectsRoundTripWithBoundedNesting) {
+    // Four times deeper than a reader nests: each link beyond the deferral depth is declared,
+    // and its guts follow the root's, so the chain reads back whole and in order.
+    const unsigned length = 4 * RWMaxNestingDepth;
+    std::vector<std::unique_ptr<DeferrableNode>> chain;
+    for (unsigned i = 0; i < length; ++i) {
+        chain.push_back(std::make_unique<DeferrableNode>());
+        chain.back()->name = std::to_string(i);
+        if (i > 0)
+            chain[i - 1]->links = {chain[i].get()};
+    }
+    chain.back()->links = {chain.front().get()}; // and a cycle back to the root
+    const std::string bytes = storeToBytes(*chain[0]);
+    EXPECT_EQ(chain[0]->recursiveStoreSize(), bytes.size());
+    chain.clear();
+
+    auto* root = dynamic_cast<DeferrableNode*>(restoreFrom(bytes));
+    ASSERT_NE(root, nullptr);
+    EXPECT_EQ(TestNode::live(), length);
+    const TestNode* node = root;
+    for (unsigned i = 0; i < length; ++i, node = static_cast<const TestNode*>(node->links[0]))
+        ASSERT_EQ(node->name, std::to_string(i));
+    EXPECT_EQ(node, root);
+    EXPECT_EQ(storeToBytes(*root), bytes); // written again, byte for byte
+    TestNode::deleteAll();
+
+    // A declaration of a class that needs its guts at once is refused, and nothing leaks.
+    const std::string declared = Bytes().node("root", 1) << uint8_t{3} << std::string("TestNode");
+    EXPECT_TRUE(raisesWith([&] { delete restoreFrom(declared + std::string(Bytes().u32(0))); },
+                           "Class \"TestNode\" cannot be declared ahead"));
+    EXPECT_EQ(TestNode::live(), 0u);
+}
+
 // Reads a reference, deletes what it got, then reads another.
 struct Discarding : RWCollectable {
     RWClassID isA() const override { return atom; }
@@ -175,6 +216,20 @@ struct Discarding : RWCollectable {
     static const RWClassID atom;
 };
 const RWClassID Discarding::atom = registerTestClass<Discarding>("Discarding");
+
+// Reads a reference and hands what it got to code outside the restore, which frees it at once.
+struct Claiming : RWCollectable {
+    RWClassID isA() const override { return atom; }
+    using RWCollectable::restoreGuts;
+    void restoreGuts(RWvistream& s) override {
+        RWCollectable* read;
+        s >> read;
+        rwAdopt(read);
+        delete read;
+    }
+    static const RWClassID atom;
+};
+const RWClassID Claiming::atom = registerTestClass<Claiming>("Claiming");
 
 TEST(RWCollectable, CorruptInputsAreRefusedWithTheirPlaceAndLeakNothing) {
     auto nested = [](unsigned depth) {
@@ -210,6 +265,7 @@ TEST(RWCollectable, CorruptInputsAreRefusedWithTheirPlaceAndLeakNothing) {
          "Objects nested deeper than " + std::to_string(RWMaxNestingDepth)},
         {owning(2, 0, 1), "claimed by two owners"}, // the root owns its child twice
         {owning(1, 1, 0), "would own itself"},      // the child owns the root, which owns it
+        {Bytes().newObject("Claiming").backRef(0), "claimed while it is still being read"},
     };
     for (const auto& [bytes, part] : rows) {
         EXPECT_TRUE(raisesWith([&] { delete restoreFrom(bytes); }, part));
