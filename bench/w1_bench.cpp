@@ -9,8 +9,8 @@
 // touch of memory the process never had costs the kernel, and on a virtual machine the host,
 // extra work that whichever system ran first would pay), then the medians of the timed runs are
 // reported.
-#include "w1_model.h"
-#include "w1_reports.h"
+#include "w1/w1_model.h"
+#include "w1/w1_reports.h"
 
 #include <benchmark/benchmark.h>
 

@@ -2,4 +2,9 @@
 
 SgxCyclicPtrBody::~SgxCyclicPtrBody() = default;
 
+void SgxCyclicPtrBody::claim() const {
+    becomeOwned();
+    prepareForDeletion();
+}
+
 void workaroundVCBug(void*) noexcept {}

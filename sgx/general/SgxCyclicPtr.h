@@ -50,6 +50,16 @@ public:
     virtual void prepareForDeletion() const = 0;
 
 private:
+    template <class T> friend class SgxCyclicPtr;
+
+    // becomeOwned(), then prepareForDeletion(). Out of line, so that the virtual call is made
+    // here, where the node's class is unknown. A caller that knows the class (it has just made
+    // the node with `new`) would otherwise call that class's prepareForDeletion() directly, and
+    // when the class defines it in its header, through the this-adjusting entry point that only
+    // the library holding the class's vtable emits: GCC then refers to that entry point as if the
+    // program defined it, and a position-independent program does not link.
+    void claim() const;
+
     mutable bool m_owned = false;
 };
 
@@ -128,8 +138,7 @@ public:
         if (body.isOwned())
             return;
         m_isOwner = true;
-        body.becomeOwned();
-        body.prepareForDeletion();
+        body.claim();
     }
 
 private:

@@ -1,5 +1,5 @@
 // The three W1 reports built from library nodes give what plain C++ computes on the same model.
-#include "bench/w1_reports.h"
+#include "w1/w1_reports.h"
 
 #include <gtest/gtest.h>
 

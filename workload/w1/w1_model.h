@@ -116,7 +116,26 @@ public:
     using Operation = TNObject*;
     using Attribute = TNObject*;
 
-    explicit TarnelModel(TNSchema& schema) : m_schema(schema) {
+    // Marks a schema that already holds the W1 metamodel (one read back from a file, say).
+    struct Defined {};
+
+    // Defines the W1 metamodel in the empty `schema`, then prepares to populate it.
+    explicit TarnelModel(TNSchema& schema) : TarnelModel(schema, (define(schema), Defined{})) {}
+    // Prepares to populate a schema that already holds the W1 metamodel.
+    TarnelModel(TNSchema& schema, Defined) : m_schema(schema) {
+        m_kinds[0] = Kind(schema.getClass("Package"));
+        m_kinds[1] = Kind(schema.getClass("Class"));
+        m_kinds[2] = Kind(schema.getClass("Operation"));
+        m_kinds[3] = Kind(schema.getClass("Attribute"));
+        m_subpackages = schema.getClass("Package")->getAssociation("subpackages");
+        m_classes = schema.getClass("Package")->getAssociation("classes");
+        m_operations = schema.getClass("Class")->getAssociation("operations");
+        m_attributes = schema.getClass("Class")->getAssociation("attributes");
+    }
+
+    // The W1 metamodel: an enumeration, a root class whose attributes four kinds copy, and the
+    // links between the kinds.
+    static void define(TNSchema& schema) {
         const auto visibility = schema.newEnumType("Visibility");
         for (const char* literal : {"public", "protected", "private", "implementation"})
             visibility->addName(literal);
@@ -139,14 +158,6 @@ public:
                                                  "owner", "operations");
         schema.getClass("Class")->addAssociation("classAttributes", "Attribute", {0, -1}, {1, 1},
                                                  "owner", "attributes");
-        m_kinds[0] = Kind(schema.getClass("Package"));
-        m_kinds[1] = Kind(schema.getClass("Class"));
-        m_kinds[2] = Kind(schema.getClass("Operation"));
-        m_kinds[3] = Kind(schema.getClass("Attribute"));
-        m_subpackages = schema.getClass("Package")->getAssociation("subpackages");
-        m_classes = schema.getClass("Package")->getAssociation("classes");
-        m_operations = schema.getClass("Class")->getAssociation("operations");
-        m_attributes = schema.getClass("Class")->getAssociation("attributes");
     }
 
     // The first package made, the root of the package tree, is the model's root object.

@@ -9,7 +9,7 @@
 // Header-only, like w1_model.h.
 #pragma once
 
-#include "bench/w1_model.h"
+#include "w1/w1_model.h"
 #include "tarnel/expressions/TNCollectionExpr.h"
 #include "tarnel/navigation/TNBuiltinAssociations.h"
 
