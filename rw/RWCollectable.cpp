@@ -2,7 +2,9 @@
 
 #include "rw/RWFile.h"
 #include "sgx/general/SgxException.h"
+#include "sgx/general/SgxPointerIndex.h"
 
+#include <cstddef>
 #include <functional>
 #include <limits>
 #include <memory>
@@ -156,17 +158,17 @@ enum ReferenceTag : uint8_t {
 
 class RWSaveContext : public ContextBase {
 public:
-    void forget(const RWCollectable* object) noexcept override { m_indexOf.erase(object); }
+    void forget(const RWCollectable* object) noexcept override {
+        uint32_t index;
+        m_indexOf.erase(object, index);
+    }
 
     // The index of `object` when it was written earlier in this store.
-    const uint32_t* find(const RWCollectable* object) const {
-        const auto found = m_indexOf.find(object);
-        return found == m_indexOf.end() ? nullptr : &found->second;
-    }
+    const uint32_t* find(const RWCollectable* object) const { return m_indexOf.find(object); }
     void add(const RWCollectable* object) {
         if (m_next == std::numeric_limits<uint32_t>::max())
             SgxException::raise("Too many objects in one store");
-        m_indexOf.emplace(object, m_next++);
+        m_indexOf.insert(object, m_next++);
     }
 
     unsigned depth = 0;
@@ -176,25 +178,23 @@ public:
     size_t nextDeferred = 0;
 
 private:
-    std::unordered_map<const RWCollectable*, uint32_t> m_indexOf;
+    SgxPointerIndex m_indexOf;
     uint32_t m_next = 0;
 };
 
 class RWRestoreContext : public ContextBase {
 public:
     void forget(const RWCollectable* object) noexcept override {
-        const auto found = m_indexOf.find(object);
-        if (found == m_indexOf.end())
-            return;
-        m_objects[found->second].object = nullptr;
-        m_indexOf.erase(found);
+        uint32_t index;
+        if (m_indexOf.erase(object, index))
+            m_objects[index].object = nullptr;
     }
 
     void adopt(const RWCollectable* object, const RWCollectable* owner) override {
-        const auto found = m_indexOf.find(object);
-        if (found == m_indexOf.end())
+        const uint32_t* found = m_indexOf.find(object);
+        if (found == nullptr)
             return;
-        const uint32_t index = found->second;
+        const uint32_t index = *found;
         Entry& entry = m_objects[index];
         // The object restored into belongs to the caller; one still being read must outlive
         // its read, which nobody outside the data would wait for.
@@ -209,9 +209,8 @@ public:
             SgxException::raise("Object " + std::to_string(index) +
                                 " of the data is claimed by two owners");
         uint32_t ownerIndex = NoOwner;
-        if (const auto byOwner = m_indexOf.find(owner);
-            owner != nullptr && byOwner != m_indexOf.end())
-            ownerIndex = byOwner->second;
+        if (const uint32_t* byOwner = m_indexOf.find(owner); owner != nullptr && byOwner != nullptr)
+            ownerIndex = *byOwner;
         // Adoptions so far form a forest, so this walk up from the owner ends.
         for (uint32_t i = ownerIndex; i != NoOwner; i = m_objects[i].owner)
             if (i == index)
@@ -233,7 +232,7 @@ public:
         std::unique_ptr<RWCollectable> owner(created ? object : nullptr);
         m_objects.push_back(Entry{object, NoOwner, created, false, false});
         try {
-            m_indexOf.emplace(object, static_cast<uint32_t>(m_objects.size() - 1));
+            m_indexOf.insert(object, static_cast<uint32_t>(m_objects.size() - 1));
         } catch (...) {
             m_objects.pop_back();
             throw;
@@ -269,7 +268,7 @@ private:
         bool reading = false; // its restoreGuts is running
     };
     std::vector<Entry> m_objects;
-    std::unordered_map<const RWCollectable*, uint32_t> m_indexOf;
+    SgxPointerIndex m_indexOf;
 };
 
 namespace {

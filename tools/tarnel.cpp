@@ -1,5 +1,7 @@
 #include "tarnel/tarnel.h"
-#include "bench/w1_reports.h"
+#include "w1/w1_reports.h"
+
+#include "commands.h"
 
 #include <CLI/CLI.hpp>
 
@@ -22,11 +24,19 @@ template <class Report> void timed(const char* title, Report report) {
     std::cout << title << figure << "\n  (" << ms << " ms)\n";
 }
 
-// Builds the W1 model of `objects` objects and runs the three reports on it.
-void demo(size_t objects) {
+// Builds the W1 model of `objects` objects and runs the three reports on it; first writes the
+// W1 schema (with its compound association) to `schemaFile` unless that is empty.
+void demo(size_t objects, const std::string& schemaFile) {
     const size_t n = std::max<size_t>(10000, objects / 10000 * 10000);
     TNSchema schema;
     w1::TarnelModel model(schema);
+    if (!schemaFile.empty()) {
+        TNSchema saved;
+        w1::TarnelModel::define(saved);
+        w1::defineAllClasses(saved);
+        saved.save(schemaFile);
+        std::cout << "W1 schema written to " << schemaFile << "\n";
+    }
     Clock::time_point start = Clock::now();
     w1::generate(model, n);
     schema.donePopulating();
@@ -55,7 +65,12 @@ int main(int argc, char** argv) {
         app.add_subcommand("demo", "Build a report model and run three reports on it");
     size_t objects = 10000;
     demoCommand->add_option("--objects", objects, "Model size in objects (rounded to 10,000)");
-    demoCommand->callback([&] { demo(objects); });
+    std::string schemaFile;
+    demoCommand->add_option("--save-schema", schemaFile,
+                            "Also write the W1 schema (with \"All Classes\") to this file");
+    demoCommand->callback([&] { demo(objects, schemaFile); });
+    addSchemaCommand(app);
+    addTagsCommand(app);
     CLI11_PARSE(app, argc, argv);
     return 0;
 }

@@ -1,13 +1,14 @@
 #include "sgx/persistence/StartPersistence.h"
 
-#include <unordered_set>
+#include "sgx/general/SgxPointerIndex.h"
+
 #include <vector>
 
 namespace {
 
 struct Registry {
     std::vector<RWCollectable*> objects; // in registration order
-    std::unordered_set<const RWCollectable*> known;
+    SgxPointerIndex known;                // the same objects, for the check of a second entry
     std::vector<size_t> marks; // objects.size() when each live guard began, outermost first
 };
 
@@ -21,13 +22,13 @@ Registry& registry() {
 
 void registerCollectable(RWCollectable* object) {
     Registry& r = registry();
-    if (object == nullptr || r.known.count(object) != 0)
+    if (object == nullptr || r.known.find(object) != nullptr)
         return;
     // Adopt first: when the data claimed the object twice, the restore fails and still owns it.
     rwAdopt(object);
     r.objects.push_back(object);
     try {
-        r.known.insert(object);
+        r.known.insert(object, 0);
     } catch (...) {
         r.objects.pop_back();
         throw;
@@ -40,7 +41,8 @@ void cleanUpAfterPersistence() {
     while (r.objects.size() > from) {
         RWCollectable* object = r.objects.back();
         r.objects.pop_back();
-        r.known.erase(object);
+        uint32_t unused;
+        r.known.erase(object, unused);
         delete object;
     }
 }

@@ -1,6 +1,8 @@
 #include "tarnel/metamodel/TNAttrDesc.h"
 
+#include "sgx/persistence/SgxStringPersistence.h"
 #include "tarnel/core/TNException.h"
+#include "tarnel/core/TNRecords.h"
 #include "tarnel/metamodel/TNClass.h"
 #include "tarnel/metamodel/TNEnumType.h"
 #include "tarnel/metamodel/TNSchema.h"
@@ -29,6 +31,25 @@ TNAttrDesc::TNAttrDesc(SgxSimplePtr<TNClass> cls, const SgxString& name, TNAttrT
 }
 
 TNAttrDesc::~TNAttrDesc() = default;
+
+void TNAttrDesc::saveGuts(RWvostream& stream) const {
+    SgxCollectable::saveGuts(stream);
+    sgxStringToStream(stream, m_name);
+    stream << m_typeWord;
+    stream << static_cast<const RWCollectable*>(m_class.get());
+    stream << static_cast<const RWCollectable*>(m_enumType.get());
+    sgxStringToStream(stream, m_originClass);
+}
+
+void TNAttrDesc::restoreGuts(RWvistream& stream) {
+    SgxCollectable::restoreGuts(stream);
+    sgxStringFromStream(stream, m_name);
+    stream >> m_typeWord;
+    m_class = tnRestoreReference<TNClass>(stream, "attribute descriptor", "TNClass");
+    m_enumType = tnRestoreReference<TNEnumType>(stream, "attribute descriptor", "TNEnumType");
+    sgxStringFromStream(stream, m_originClass);
+    m_position = -1;
+}
 
 bool TNAttrDesc::isEqual(const RWCollectable* other) const {
     const auto* desc = dynamic_cast<const TNAttrDesc*>(other);

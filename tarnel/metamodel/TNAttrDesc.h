@@ -70,6 +70,16 @@ public:
     // Sets the process-wide default of tag `name` for every attribute descriptor.
     static void taggedValueDefault(const SgxString& name, const TNValue& value);
 
+    // Persisted record: the collectable base, the name, the whole type word (32 bits), the
+    // holding class and the enumeration type (nil for other kinds) as collectable references,
+    // and the origin class name. Tagged values are not persisted. Restoring raises SgxException
+    // when a reference is not of its type; whether the references fit a schema is checked by the
+    // schema that reads the descriptor.
+    using SgxCollectable::restoreGuts;
+    using SgxCollectable::saveGuts;
+    void saveGuts(RWvostream& stream) const override;
+    void restoreGuts(RWvistream& stream) override;
+
 private:
     friend class TNClass;
     friend class TNObject;

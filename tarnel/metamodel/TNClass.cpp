@@ -2,6 +2,9 @@
 
 #include "sgx/general/CSignal2Exception.h"
 #include "sgx/general/SgxException.h"
+#include "sgx/persistence/SgxStringPersistence.h"
+#include "sgx/persistence/StartPersistence.h"
+#include "tarnel/core/TNRecords.h"
 #include "tarnel/core/TNException.h"
 #include "tarnel/instances/TNObject.h"
 #include "tarnel/metamodel/TNAttrDesc.h"
@@ -79,6 +82,8 @@ SgxSimplePtr<TNAttrDesc> TNClass::addAttr(const SgxString& name, TNAttrType type
             .raise();
     }
     const SgxString& origin = originClass.empty() ? m_name : originClass;
+    if (const TNClass* withInstances = instancesGainingAttr(name))
+        raiseInstancesExist(*withInstances, name, {});
 
     if ((type & TNAttrDesc::kindMask) == TNAttrEnumeration) {
         if (!m_schema->enumExists(enumTypeName))
@@ -109,6 +114,9 @@ SgxSimplePtr<TNAttrDesc> TNClass::addAttr(const SgxString& name, TNAttrType type
 }
 
 void TNClass::addChild(SgxSimplePtr<TNClass> child) {
+    for (const auto& desc : m_attributes)
+        if (const TNClass* withInstances = child->instancesGainingAttr(desc->name()))
+            raiseInstancesExist(*withInstances, desc->name(), {});
     m_children.push_back(child);
     for (size_t i = 0; i < m_attributes.size(); ++i) {
         const TNAttrDesc& desc = *m_attributes[i];
@@ -163,6 +171,10 @@ TNClass::addAssociation(const SgxString& name, const SgxString& otherClassName,
         name, this, other, myMultiplicity, otherMultiplicity, roleName, otherRoleName, false));
     std::unique_ptr<TNAssociation> reverse(new TNSimpleAssociation(
         name, other, this, otherMultiplicity, myMultiplicity, otherRoleName, roleName, false));
+    if (const TNClass* withInstances = instancesGainingAssoc(otherRoleName))
+        raiseInstancesExist(*withInstances, {}, otherRoleName);
+    if (const TNClass* withInstances = other->instancesGainingAssoc(roleName))
+        raiseInstancesExist(*withInstances, {}, roleName);
     // Each class owns its end once the end is entered, so the duplicate check comes first.
     checkNewAssociation(*forward);
     const SgxSimplePtr<TNAssociation> result = setAssociation(forward.release());
@@ -213,6 +225,49 @@ SgxSimplePtr<TNAssociation> TNClass::setAssociation(SgxSimplePtr<TNAssociation> 
     for (size_t i = 0; i < m_children.size(); ++i)
         m_children[i]->setAssociation(entered.clone());
     return assoc;
+}
+
+const TNClass* TNClass::instancesGainingAttr(std::string_view name) const {
+    // A class that has the attribute already returns it or raises DuplicateName, and hands
+    // nothing further down.
+    if (findAttr(name) != nullptr)
+        return nullptr;
+    if (!m_objects.empty())
+        return this;
+    for (const auto& child : m_children)
+        if (const TNClass* found = child->instancesGainingAttr(name))
+            return found;
+    return nullptr;
+}
+
+const TNClass* TNClass::instancesGainingAssoc(std::string_view otherRoleName) const {
+    // Instances keep a link word for every association their class had when they were made, and
+    // compound associations (which store no links) only ever join later; so a simple association
+    // needs a word of its own unless it replaces a simple one.
+    if (!m_objects.empty()) {
+        const int32_t index = findAssocIndex(otherRoleName);
+        if (index < 0 || !m_associations[static_cast<size_t>(index)]->isSimple())
+            return this;
+    }
+    for (const auto& child : m_children)
+        if (const TNClass* found = child->instancesGainingAssoc(otherRoleName))
+            return found;
+    return nullptr;
+}
+
+void TNClass::raiseInstancesExist(const TNClass& withInstances, std::string_view attrName,
+                                  std::string_view roleName) const {
+    TNException e(TNException::Modify, TNException::Class, TNException::ReferencesExist);
+    e.setClass1(m_name);
+    if (&withInstances != this)
+        e.setClass2(withInstances.m_name);
+    e.setAttr(SgxString(attrName));
+    e.setAssoc(SgxString(roleName));
+    e.setInfo("Objects of class " + withInstances.m_name +
+              " exist, and their slots were sized when they were made: a class gains attributes "
+              "and associations only while it has no objects (define the whole schema first, or "
+              "unpopulate the schema).");
+    e.raise();
 }
 
 SgxSimplePtr<TNAssociation> TNClass::getDiagramAssociation() const {
@@ -319,4 +374,90 @@ SgxSimplePtr<TNObject> TNClass::newObject(bool flag) {
     const SgxSimplePtr<TNObject> object(TNObject::create(*this, flag));
     m_objects.push_back(object);
     return object;
+}
+
+namespace {
+
+std::vector<const RWCollectable*> plain(const std::vector<SgxSimplePtr<TNClass>>& classes) {
+    std::vector<const RWCollectable*> objects;
+    objects.reserve(classes.size());
+    for (const auto& cls : classes)
+        objects.push_back(cls.get());
+    return objects;
+}
+
+[[noreturn]] void raiseInvalid(const SgxString& className, const SgxString& problem) {
+    SgxException::raise("Invalid class " + className + ": " + problem);
+}
+
+// Takes the restored members into `items` and `index` at the positions they are read in, each
+// owned by `owner` from then on. `key` names a member as the file lists it.
+template <class T, class Key>
+void takeMembers(const TNClass& owner, const SgxString& className,
+                 std::vector<std::pair<SgxString, T*>> entries, std::vector<SgxSimplePtr<T>>& items,
+                 TNNameMap<int32_t>& index, Key key) {
+    items.reserve(entries.size());
+    index.reserve(entries.size());
+    for (auto& [name, member] : entries) {
+        // Owned before anything else can raise: the class deletes what it holds.
+        rwAdopt(member, &owner);
+        items.push_back(member);
+        if (key(*member) != name)
+            raiseInvalid(className, "member " + key(*member) + " listed as " + name);
+        if (!index.emplace(name, static_cast<int32_t>(items.size() - 1)).second)
+            raiseInvalid(className, "member " + name + " listed twice");
+    }
+}
+
+} // namespace
+
+void TNClass::saveGuts(RWvostream& stream) const {
+    StartPersistence guard;
+    SgxCollectable::saveGuts(stream);
+    sgxStringToStream(stream, m_name);
+    stream << static_cast<const RWCollectable*>(m_schema.get());
+    stream << static_cast<const RWCollectable*>(m_classIdentifier.get());
+    tnSaveMappedVector(stream, tnByName(m_attributes, [](const TNAttrDesc& d) { return d.m_name; }));
+    tnSaveMappedVector(stream, tnByName(m_associations, [](const TNAssociation& a) {
+                           return a.m_otherRoleName;
+                       }));
+    tnSaveVector(stream, plain(m_children));
+    tnSaveVector(stream, plain(m_parents));
+    stream << m_flags;
+}
+
+void TNClass::restoreGuts(RWvistream& stream) {
+    StartPersistence guard;
+    if (!m_name.empty() || !m_attributes.empty() || !m_associations.empty() ||
+        !m_classIdentifier.isNull())
+        SgxException::raise("A class is restored only into an empty one");
+    SgxCollectable::restoreGuts(stream);
+    sgxStringFromStream(stream, m_name);
+    m_schema = tnRestoreReference<TNSchema>(stream, "class", "TNSchema");
+    auto* identifier =
+        tnRestoreReference<TNClassIdentifier>(stream, "class", "TNClassIdentifier");
+    rwAdopt(identifier, this);
+    m_classIdentifier = identifier;
+
+    takeMembers(*this, m_name, tnRestoreMappedVectorOf<TNAttrDesc>(stream, "TNAttrDesc"),
+                m_attributes, m_attrIndex, [](const TNAttrDesc& d) { return d.m_name; });
+    for (size_t i = 0; i < m_attributes.size(); ++i) {
+        TNAttrDesc& desc = *m_attributes[i];
+        if (desc.m_class.get() != this)
+            raiseInvalid(m_name, "attribute " + desc.m_name + " is held by another class");
+        if (desc.type() == TNAttrEnumeration && desc.m_enumType.isNull())
+            raiseInvalid(m_name, "enumeration attribute " + desc.m_name + " has no type");
+        desc.m_position = static_cast<int32_t>(i);
+    }
+    takeMembers(*this, m_name, tnRestoreMappedVectorOf<TNAssociation>(stream, "TNAssociation"),
+                m_associations, m_assocIndex,
+                [](const TNAssociation& a) { return a.m_otherRoleName; });
+    for (size_t i = 0; i < m_associations.size(); ++i)
+        m_associations[i]->m_slot = static_cast<int32_t>(i);
+
+    for (TNClass* child : tnRestoreVectorOf<TNClass>(stream, "TNClass"))
+        m_children.push_back(child);
+    for (TNClass* parent : tnRestoreVectorOf<TNClass>(stream, "TNClass"))
+        m_parents.push_back(parent);
+    stream >> m_flags;
 }

@@ -74,12 +74,18 @@ public:
     // one whose type has no literal raises the type's (Access, EnumType, NameNotFound). A failure
     // among the descendants leaves the classes already visited changed. A "fullyQualifiedName"
     // index entry made by attrIndex gives way to the real attribute's position.
+    // Instances are made with one slot per attribute their class has at the time, so a class that
+    // has instances (before TNSchema::unpopulate) cannot gain an attribute: when this class or a
+    // descendant that would receive the attribute has any, raises TNException (Modify, Class,
+    // ReferencesExist) with this class's name, the attribute name, and the name of the class with
+    // instances (class 2, when it is another) before anything changes.
     SgxSimplePtr<TNAttrDesc> addAttr(const SgxString& name, TNAttrType type,
                                      const SgxString& enumTypeName, const SgxString& originClass);
     // Makes `child` a direct subclass: appends it to the children, hands it every attribute of
     // this class in index order (kind, enumeration type and origin; raising what addAttr raises),
     // then appends this class to the child's parents. Associations already present are not
-    // handed down.
+    // handed down. Raises (Modify, Class, ReferencesExist) as addAttr does, before anything
+    // changes, when an attribute would reach a class that has instances.
     void addChild(SgxSimplePtr<TNClass> child);
     // Exactly parent->addChild(this).
     void addParent(SgxSimplePtr<TNClass> parent);
@@ -92,13 +98,17 @@ public:
     // DuplicateName) with the role name and both class names when a class already declares an
     // association reached through that role name itself; an association that arrived by
     // inheritance is replaced in place instead. When only the reverse end fails, the forward one
-    // stays.
+    // stays. An end that would need a new link slot in a class that has instances (this class or
+    // the other, or a descendant receiving a copy: an end replacing a simple association in place
+    // needs none) raises (Modify, Class, ReferencesExist) with this class's name, the role name
+    // and the class with instances (class 2, when it is another), before anything changes.
     SgxSimplePtr<TNAssociation>
     addAssociation(const SgxString& name, const SgxString& otherClassName,
                    TNMultiplicity myMultiplicity, TNMultiplicity otherMultiplicity,
                    const SgxString& roleName, const SgxString& otherRoleName);
     // Enters `assoc`, keyed by its other role name, as addAssociation enters a forward end (and
-    // raising the same DuplicateName); this class owns it from then on, unless it raises.
+    // raising the same DuplicateName); this class owns it from then on, unless it raises. A
+    // compound association stores no links, so it may be added while the class has instances.
     void addCompoundAssociation(SgxSimplePtr<TNCompoundAssociation>& assoc);
     // Sets or clears the diagram flag (bit value 4 of the flags word).
     void setIsDiagram(bool isDiagram);
@@ -181,6 +191,26 @@ public:
     // Sets the process-wide default of tag `name` for every class.
     static void taggedValueDefault(const SgxString& name, const TNValue& value);
 
+    // --- Persistence ---------------------------------------------------------------------------
+
+    // Persisted record: the collectable base, the name, the schema and the class identifier as
+    // collectable references, the attribute descriptors as a string-mapped vector in name order,
+    // the associations as a string-mapped vector in order of their other role names, the
+    // children and the parents as plain vectors (in the order they were attached), and the flags
+    // word (16 bits). Tagged values and instances are not persisted. Restoring fills a class made
+    // for restoring (SgxException otherwise): descriptors and associations take their positions in
+    // the order read. It raises SgxException for a malformed record, a name listed under another
+    // key or twice, or a descriptor held by another class; whether the references fit a schema is
+    // checked by the schema that reads the class.
+    using SgxCollectable::restoreGuts;
+    using SgxCollectable::saveGuts;
+    void saveGuts(RWvostream& stream) const override;
+    void restoreGuts(RWvistream& stream) override;
+    // Whoever reads a reference to a class keeps only the pointer while a restore runs, so a
+    // store may write a class's guts after the reference (which keeps files of classes that
+    // refer to one another through their associations shallow).
+    bool canDeferGuts() const override { return true; }
+
     // --- Instances -------------------------------------------------------------------------------
 
     // A new instance of this class, placed in the schema's primary memory region, appended to the
@@ -232,6 +262,16 @@ private:
     void setParent(SgxSimplePtr<TNClass> parent) { m_parents.push_back(parent); }
 
     int32_t attrIndexMissing(std::string_view name) const;
+    // The first class that has instances among those that addAttr(name) on this class would give
+    // a new slot (this class and the descendants it hands the attribute down to), or null.
+    const TNClass* instancesGainingAttr(std::string_view name) const;
+    // The same for a simple association entered here under `otherRoleName` (descendants receive
+    // copies), which needs a link slot unless it replaces a simple association in place.
+    const TNClass* instancesGainingAssoc(std::string_view otherRoleName) const;
+    // Raises the ReferencesExist of a change of this class that would give a new slot to the
+    // instances of `withInstances`, naming the attribute or the role.
+    [[noreturn]] void raiseInstancesExist(const TNClass& withInstances, std::string_view attrName,
+                                          std::string_view roleName) const;
     // The descriptor named `name`, or null when there is none (a "fullyQualifiedName" entry made
     // by attrIndex is not backed by a descriptor of that name).
     TNAttrDesc* findAttr(std::string_view name) const noexcept;

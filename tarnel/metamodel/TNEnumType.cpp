@@ -1,6 +1,10 @@
 #include "tarnel/metamodel/TNEnumType.h"
 
+#include "sgx/general/SgxException.h"
+#include "sgx/persistence/SgxStringPersistence.h"
+#include "sgx/persistence/StartPersistence.h"
 #include "tarnel/core/TNException.h"
+#include "tarnel/core/TNRecords.h"
 
 #include <functional>
 
@@ -55,3 +59,27 @@ SgxString TNEnumType::operator[](unsigned long index) const {
 }
 
 void TNEnumType::donePopulating() { tnCompact(m_literals); }
+
+void TNEnumType::saveGuts(RWvostream& stream) const {
+    StartPersistence guard;
+    SgxCollectable::saveGuts(stream);
+    sgxStringToStream(stream, m_name);
+    tnSaveStrings(stream, m_literals);
+}
+
+void TNEnumType::restoreGuts(RWvistream& stream) {
+    StartPersistence guard;
+    if (!m_literals.empty())
+        SgxException::raise("An enumeration type is restored only into an empty one");
+    SgxCollectable::restoreGuts(stream);
+    sgxStringFromStream(stream, m_name);
+    std::vector<SgxString> literals = tnRestoreStrings(stream, "enumeration type");
+    TNNameMap<uint32_t> index;
+    index.reserve(literals.size());
+    for (size_t i = 0; i < literals.size(); ++i)
+        if (!index.emplace(literals[i], static_cast<uint32_t>(i)).second)
+            SgxException::raise("Invalid enumeration type " + m_name + ": literal " + literals[i] +
+                                " occurs twice");
+    m_literals = std::move(literals);
+    m_literalIndex = std::move(index);
+}

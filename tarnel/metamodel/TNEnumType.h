@@ -59,10 +59,20 @@ public:
     bool check(unsigned long index) const { return index < m_literals.size(); }
 
     SgxString name() const { return m_name; }
+    // The number of literals.
+    size_t literalCount() const { return m_literals.size(); }
     // A copy of the literals in index order.
     std::vector<SgxString> values() const { return m_literals; }
     // Trims the literal vector to its size. Called by TNSchema::donePopulating.
     void donePopulating();
+
+    // Persisted record: the collectable base, the name, then the literals in index order as one
+    // RWOrdered of RWCollectableString. Restoring fills an empty type (SgxException otherwise)
+    // and raises SgxException for a malformed list or a literal that occurs twice.
+    using SgxCollectable::restoreGuts;
+    using SgxCollectable::saveGuts;
+    void saveGuts(RWvostream& stream) const override;
+    void restoreGuts(RWvistream& stream) override;
 
 private:
     // Not offered to callers: a type's identity is its name, fixed when the schema creates it.

@@ -3,12 +3,26 @@
 #include "sgx/general/CSignal2Exception.h"
 #include "sgx/general/SgxException.h"
 #include "sgx/general/SgxStatistics.h"
+#include "rw/RWFile.h"
+#include "rw/RWOrdered.h"
+#include "rw/RWbstream.h"
+#include "sgx/persistence/SgxStringPersistence.h"
+#include "sgx/persistence/StartPersistence.h"
+#include "tarnel/core/TNRecords.h"
 #include "tarnel/core/TNException.h"
 #include "tarnel/instances/TNObject.h"
 #include "tarnel/metamodel/TNClass.h"
 #include "tarnel/metamodel/TNEnumType.h"
 
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
 #include <memory>
+#include <sstream>
+#include <unordered_map>
+#include <unordered_set>
+
+#include <unistd.h>
 
 TN_DEFINE_COLLECTABLE(TNSchema)
 
@@ -242,3 +256,212 @@ void TNSchema::freeAllMemoryRegions() noexcept {
 }
 
 void TNSchema::freeTemporaryMemoryRegions() noexcept { freeRegion(s_temporaryMemoryRegion); }
+
+// --- Schema files --------------------------------------------------------------------------
+
+namespace {
+
+// What a schema file begins with, before the store of the schema: a magic that refuses other
+// files at once (its CR LF catches text-mode line-ending damage) and the format revision.
+constexpr char fileMagic[8] = {'T', 'A', 'R', 'N', 'E', 'L', '\r', '\n'};
+constexpr uint16_t fileRevision = 1;
+
+
+// Enters restored objects in a registry vector and index, each owned by `schema` from then on.
+template <class T>
+void takeAll(const TNSchema& schema, std::vector<std::pair<SgxString, T*>> entries,
+             std::vector<SgxSimplePtr<T>>& items, TNNameMap<SgxSimplePtr<T>>& index) {
+    items.reserve(items.size() + entries.size());
+    index.reserve(index.size() + entries.size());
+    for (auto& [name, object] : entries) {
+        rwAdopt(object, &schema); // owned before anything else can raise
+        items.push_back(object);
+        if (!index.emplace(std::move(name), object).second)
+            SgxException::raise("Invalid schema: " + object->name() + " listed twice");
+    }
+}
+
+} // namespace
+
+void TNSchema::saveGuts(RWvostream& stream) const {
+    StartPersistence guard;
+    SgxCollectable::saveGuts(stream);
+    sgxStringToStream(stream, softwareVersion);
+    auto* registry = new RWOrdered;
+    registerCollectable(registry);
+    registry->insert(tnMappedVector(tnByName(m_enums, [](const TNEnumType& t) { return t.name(); })));
+    registry->insert(tnMappedVector(tnByName(m_classes, [](const TNClass& c) { return c.name(); })));
+    stream << registry;
+    // The guts of classes that the classes' references reached deep down come here, so that the
+    // schema's record is whole when it ends.
+    rwSaveDeferredGuts(stream);
+}
+
+void TNSchema::restoreGuts(RWvistream& stream) {
+    StartPersistence guard;
+    if (!m_classes.empty() || !m_enums.empty())
+        SgxException::raise("A schema is restored only into an empty one");
+    SgxCollectable::restoreGuts(stream);
+    sgxStringFromStream(stream, m_version);
+    if (m_version != softwareVersion)
+        SgxException::raise(SgxString("Version mismatch: Software version ") + softwareVersion +
+                            "; persisted version " + m_version);
+    RWCollectable* read = nullptr;
+    stream >> read;
+    registerCollectable(read);
+    auto* registry = dynamic_cast<RWOrdered*>(read);
+    if (registry == nullptr || registry->entries() != 2)
+        SgxException::raise("Invalid schema: expected an RWOrdered of 2 elements");
+    RWCollectable* enums = registry->at(0);
+    RWCollectable* classes = registry->at(1);
+    registerCollectable(enums);
+    registerCollectable(classes);
+    takeAll(*this, tnMappedEntriesOf<TNEnumType>(enums, "TNEnumType"), m_enums, m_enumIndex);
+    for (const auto& [name, type] : m_enumIndex)
+        if (type->name() != name)
+            SgxException::raise("Invalid schema: enumeration type " + type->name() +
+                                " listed as " + name);
+    takeAll(*this, tnMappedEntriesOf<TNClass>(classes, "TNClass"), m_classes, m_classIndex);
+    registry->clear();
+    rwRestoreDeferredGuts(stream);
+    checkRestored();
+}
+
+void TNSchema::checkRestored() const {
+    const auto invalid = [](const SgxString& problem) {
+        SgxException::raise("Invalid schema: " + problem);
+    };
+    std::unordered_set<const TNClass*> known;
+    for (const auto& cls : m_classes)
+        known.insert(cls.get());
+    std::unordered_set<const TNEnumType*> knownTypes;
+    for (const auto& type : m_enums)
+        knownTypes.insert(type.get());
+    const auto isKnown = [&](const TNClass* cls) { return cls == nullptr || known.contains(cls); };
+
+    for (const auto& [name, handle] : m_classIndex) {
+        const TNClass& cls = *handle;
+        if (cls.m_name != name)
+            invalid("class " + cls.m_name + " listed as " + name);
+        // Null while the class's own record is still being read, when the class was what the
+        // restore started from and this schema came in through it.
+        if (cls.m_schema.get() != this && !cls.m_schema.isNull())
+            invalid("class " + name + " belongs to another schema");
+        for (const auto& desc : cls.m_attributes) {
+            const TNEnumType* type = desc->enumType().get();
+            if (type != nullptr && !knownTypes.contains(type))
+                invalid("attribute " + desc->name() + " of class " + name +
+                        " has an enumeration type the schema lacks");
+            if (desc->type() == TNAttrEnumeration && (type == nullptr || type->literalCount() == 0))
+                invalid("attribute " + desc->name() + " of class " + name +
+                        " has an enumeration type without literals");
+        }
+        for (const auto& assoc : cls.m_associations)
+            if (!isKnown(assoc->firstClass().get()) || !isKnown(assoc->otherClass().get()))
+                invalid("association " + assoc->otherRoleName() + " of class " + name +
+                        " leads to a class the schema lacks");
+        for (const auto& related : {std::cref(cls.m_children), std::cref(cls.m_parents)})
+            for (const auto& other : related.get())
+                if (!known.contains(other.get()))
+                    invalid("class " + name + " inherits from or to a class the schema lacks");
+    }
+
+    // Members are handed down the children, so a cycle would hand them round for ever.
+    enum class Mark : uint8_t { Unvisited, Open, Done };
+    std::unordered_map<const TNClass*, Mark> marks;
+    for (const auto& root : m_classes) {
+        if (marks[root.get()] != Mark::Unvisited)
+            continue;
+        std::vector<std::pair<const TNClass*, size_t>> path{{root.get(), 0}};
+        marks[root.get()] = Mark::Open;
+        while (!path.empty()) {
+            auto& [cls, next] = path.back();
+            if (next == cls->m_children.size()) {
+                marks[cls] = Mark::Done;
+                path.pop_back();
+                continue;
+            }
+            const TNClass* child = cls->m_children[next++].get();
+            Mark& mark = marks[child];
+            if (mark == Mark::Open)
+                invalid("class " + child->m_name + " inherits from itself");
+            if (mark == Mark::Unvisited) {
+                mark = Mark::Open;
+                path.emplace_back(child, 0);
+            }
+        }
+    }
+}
+
+SgxSimplePtr<TNSchema> TNSchema::loadFrom(RWvistream& stream) {
+    auto schema = std::make_unique<TNSchema>();
+    char magic[sizeof fileMagic];
+    stream.get(magic, sizeof magic);
+    if (std::memcmp(magic, fileMagic, sizeof magic) != 0)
+        stream.raiseFormatError("Not a schema file", 0);
+    const uint64_t revisionAt = stream.offset();
+    uint16_t revision = 0;
+    stream >> revision;
+    if (revision != fileRevision)
+        stream.raiseFormatError("Unknown schema file revision " + std::to_string(revision),
+                                revisionAt);
+    schema->recursiveRestoreFrom(stream);
+    for (const auto& cls : schema->m_classes)
+        if (cls->m_schema.get() != schema.get())
+            SgxException::raise("Invalid schema: class " + cls->m_name + " has no schema");
+    if (stream.bytesLeft() != 0)
+        stream.raiseFormatError("Unexpected bytes after the schema");
+    return schema.release();
+}
+
+void TNSchema::saveTo(RWvostream& stream) const {
+    stream.put(fileMagic, sizeof fileMagic);
+    stream << fileRevision;
+    recursiveSaveOn(stream);
+}
+
+SgxSimplePtr<TNSchema> TNSchema::load(const SgxString& fileName) {
+    bool empty = false;
+    try {
+        RWFile file(fileName, "rb");
+        if (!file.isValid() || !file.Exists()) {
+            SgxException::raise("Empty file");
+        } else if (file.IsEmpty()) {
+            empty = true;
+            SgxException::raise("Empty file");
+        }
+        // Read whole, then parsed in memory: a schema file is small beside the schema it makes,
+        // and one read costs less than the many small ones of its records.
+        std::string bytes(file.bytesLeft(), '\0');
+        file.Read(bytes.data(), bytes.size());
+        file.Close();
+        RWbistream stream(bytes.data(), bytes.size());
+        return loadFrom(stream);
+    } catch (...) {
+        SgxException::raise((empty ? "Empty schema file " : "Error reading schema file ") +
+                            fileName);
+    }
+}
+
+void TNSchema::save(const SgxString& fileName) const {
+    // Written beside the target and renamed over it when complete, so a failed save never
+    // leaves a damaged file where a good one was.
+    const SgxString partName = fileName + ".part-" + std::to_string(::getpid());
+    try {
+        // Made in memory and written in one piece, as load reads it.
+        std::ostringstream bytes;
+        RWbostream stream(bytes);
+        saveTo(stream);
+        const std::string data = std::move(bytes).str();
+        RWFile file(partName, "wb");
+        if (!file.isValid())
+            SgxException::raise("Cannot open " + partName);
+        file.Write(data.data(), data.size());
+        file.Close();
+        std::filesystem::rename(partName, fileName);
+    } catch (...) {
+        std::error_code ignored;
+        std::filesystem::remove(partName, ignored);
+        SgxException::raise("Error writing schema file " + fileName);
+    }
+}

@@ -115,6 +115,41 @@ public:
     // The schema-format version: "1.8", or what a schema file stated when read.
     SgxString version() const { return m_version; }
 
+    // --- Schema files ----------------------------------------------------------------------
+
+    // Reads the schema file `fileName` (written by save) into a new schema, which the caller
+    // owns and deletes. The file is untrusted: whatever it holds, the load either succeeds with
+    // a complete schema (objects can be populated on it as on the schema saved) or raises
+    // SgxException, having freed everything it read: "Empty schema file " + fileName for a
+    // file of no bytes, "Error reading schema file " + fileName for anything else (a missing or
+    // unreadable file, a foreign file, a version other than "1.8", a damaged record).
+    static SgxSimplePtr<TNSchema> load(const SgxString& fileName);
+    // Writes this schema (the metamodel: classes, enumeration types, associations, class
+    // identifiers; not tagged values nor instances) to the file `fileName`, replacing it. The new
+    // file takes the old one's place only once it is complete. Raises SgxException "Error
+    // writing schema file " + fileName when it cannot be written; the old file then stays.
+    void save(const SgxString& fileName) const;
+    // The same contents on any binary stream (an RWbistream over bytes in memory, say), as a file
+    // holds them: a fixed header, then the store of the schema. loadFrom returns a new schema,
+    // owned by the caller, or raises SgxException saying what was wrong and at which byte, having
+    // freed everything it read; it reads the stream to its end. saveTo raises what the stream
+    // raises.
+    static SgxSimplePtr<TNSchema> loadFrom(RWvistream& stream);
+    void saveTo(RWvostream& stream) const;
+
+    // Persisted record: the collectable base, the version "1.8", then one RWOrdered of two
+    // string-mapped vectors: the enumeration types and the classes, each in name order. Restoring
+    // fills an empty schema (SgxException otherwise) and raises SgxException "Version mismatch:
+    // Software version 1.8; persisted version " + the version read, the texts of the
+    // string-mapped vectors ("Invalid type in string mapped vector! Expected TNClass; got ...")
+    // and others for a record that does not make a consistent schema (a class or enumeration type
+    // referred to but not listed, an inheritance cycle). A failed restore leaves the schema
+    // holding what it had read; delete or clear() it.
+    using SgxCollectable::restoreGuts;
+    using SgxCollectable::saveGuts;
+    void saveGuts(RWvostream& stream) const override;
+    void restoreGuts(RWvistream& stream) override;
+
     // --- Life cycle ------------------------------------------------------------------------
 
     // Freezes the metamodel: trims the class and enumeration-type vectors to their size
@@ -167,6 +202,9 @@ private:
     static void freeTemporaryMemoryRegions() noexcept;
     // Deletes the classes and enumeration types and empties the registry.
     void deleteMetamodel() noexcept;
+    // Raises SgxException unless every class, enumeration type and inheritance link that the
+    // restored classes refer to belongs to this schema, and inheritance has no cycle.
+    void checkRestored() const;
 
     // The object directory (filled and read by the instances' operations; empty until then).
     std::map<SgxString, SgxSimplePtr<TNObject>, std::less<>> m_objectTable;

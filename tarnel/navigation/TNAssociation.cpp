@@ -5,11 +5,13 @@
 #include "sgx/general/SgxException.h"
 #include "sgx/persistence/SgxStringPersistence.h"
 #include "tarnel/core/TNException.h"
+#include "tarnel/core/TNRecords.h"
 #include "tarnel/instances/TNObject.h"
 #include "tarnel/metamodel/TNClass.h"
 
 #include <algorithm>
 #include <functional>
+#include <unordered_map>
 #include <unordered_set>
 
 TN_DEFINE_COLLECTABLE(TNSimpleAssociation)
@@ -24,14 +26,16 @@ TNTaggedValueMap& associationTaggedValueDefaults() {
 
 // A class read back from a record: null, or a TNClass.
 TNClass* restoreClass(RWvistream& stream) {
-    RWCollectable* read = nullptr;
-    stream >> read;
-    if (read == nullptr)
-        return nullptr;
-    auto* cls = dynamic_cast<TNClass*>(read);
-    if (cls == nullptr)
-        SgxException::raise("Invalid association: expected TNClass; got " + read->stringID());
-    return cls;
+    return tnRestoreReference<TNClass>(stream, "association", "TNClass");
+}
+
+// For each traversal graph that a restore gave to a compound association, the association
+// holding it: a later copy read back refers to the graph again and shares the holder's record.
+// An entry leaves with its holder; one whose holder has since taken another graph is ignored, so
+// an entry never names a graph that is gone.
+std::unordered_map<const TNAssociationTraversal*, const TNCompoundAssociation*>& graphHolders() {
+    static std::unordered_map<const TNAssociationTraversal*, const TNCompoundAssociation*> holders;
+    return holders;
 }
 
 // The stored size of a class reference; a null one is its one-byte nil tag.
@@ -221,7 +225,35 @@ TNCompoundAssociationData::~TNCompoundAssociationData() {
 
 TNCompoundAssociation::TNCompoundAssociation() : m_data(new TNCompoundAssociationData) {}
 
-TNCompoundAssociation::~TNCompoundAssociation() = default;
+TNCompoundAssociation::TNCompoundAssociation(const TNCompoundAssociation& other)
+    : TNAssociation(other), m_data(other.m_data) {}
+
+TNCompoundAssociation& TNCompoundAssociation::operator=(const TNCompoundAssociation& other) {
+    if (this != &other) {
+        forgetGraphHolder();
+        TNAssociation::operator=(other);
+        m_data = other.m_data;
+    }
+    return *this;
+}
+
+TNCompoundAssociation::~TNCompoundAssociation() { forgetGraphHolder(); }
+
+const TNCompoundAssociation* TNCompoundAssociation::graphHolder(const TNAssociationTraversal* root) {
+    if (root == nullptr)
+        return nullptr;
+    const auto found = graphHolders().find(root);
+    if (found == graphHolders().end() || found->second->m_data->traversal().get() != root)
+        return nullptr;
+    return found->second;
+}
+
+void TNCompoundAssociation::forgetGraphHolder() noexcept {
+    if (const auto found = graphHolders().find(m_heldRoot);
+        m_heldRoot != nullptr && found != graphHolders().end() && found->second == this)
+        graphHolders().erase(found);
+    m_heldRoot = nullptr;
+}
 
 void TNCompoundAssociation::setAssociationTraversal(SgxSimplePtr<TNAssociationTraversal> root) {
     m_data->traversal(root.get());
@@ -298,12 +330,18 @@ void TNCompoundAssociation::restoreGuts(RWvistream& stream) {
     TNAssociation::restoreGuts(stream);
     SgxString source;
     sgxStringFromStream(stream, source);
-    RWCollectable* read = nullptr;
-    stream >> read;
-    auto* root = dynamic_cast<TNAssociationTraversal*>(read);
-    if (read != nullptr && root == nullptr)
-        SgxException::raise("Invalid compound association: expected TNAssociationTraversal; got " +
-                            read->stringID());
+    auto* root = tnRestoreReference<TNAssociationTraversal>(stream, "compound association",
+                                                            "TNAssociationTraversal");
+    // A copy of an association read earlier (an inherited one: a class's copy shares the
+    // record of its ancestor's) refers back to the same graph: share that record again.
+    if (const TNCompoundAssociation* holder = graphHolder(root)) {
+        if (holder->traversalSource() != source)
+            SgxException::raise("Invalid compound association: one traversal graph for sources " +
+                                holder->traversalSource() + " and " + source);
+        forgetGraphHolder();
+        m_data = holder->m_data;
+        return;
+    }
     // Every node of the graph was made by this restore; this association keeps them (through
     // its record), so none is freed with the restore's leftovers. Each is taken once, in the
     // order the links reach it.
@@ -331,6 +369,10 @@ void TNCompoundAssociation::restoreGuts(RWvistream& stream) {
     }
     m_data->traversalSource(source);
     m_data->traversal(root);
+    if (root != nullptr) {
+        graphHolders()[root] = this;
+        m_heldRoot = root;
+    }
 }
 
 RWspace TNCompoundAssociation::binaryStoreSize() const {

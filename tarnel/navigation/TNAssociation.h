@@ -242,8 +242,8 @@ class TARNEL_API TNCompoundAssociation : public TNAssociation {
 public:
     // A fresh data record: no graph, source "<<uninitialized>>".
     TNCompoundAssociation();
-    TNCompoundAssociation(const TNCompoundAssociation&) = default;
-    TNCompoundAssociation& operator=(const TNCompoundAssociation&) = default;
+    TNCompoundAssociation(const TNCompoundAssociation& other);
+    TNCompoundAssociation& operator=(const TNCompoundAssociation& other);
     ~TNCompoundAssociation() override;
 
     // Stores the root of the graph (which the shared record then owns) and the chain text.
@@ -286,6 +286,14 @@ public:
 private:
     // "TNCompoundAssociation { <source> }": how exception texts name the association.
     SgxString asString() const;
+    // The association a restore gave the graph rooted at `root` to, while it still holds it; null
+    // otherwise. Copies read back after it share its record.
+    static const TNCompoundAssociation* graphHolder(const TNAssociationTraversal* root);
+    // Removes this association from the holders of restored graphs, if it is one.
+    void forgetGraphHolder() noexcept;
 
     SgxCountedPtr<TNCompoundAssociationData> m_data;
+    // The graph this association holds for copies read back after it (see graphHolder); not
+    // copied.
+    const TNAssociationTraversal* m_heldRoot = nullptr;
 };

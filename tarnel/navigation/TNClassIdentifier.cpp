@@ -1,11 +1,10 @@
 #include "tarnel/navigation/TNClassIdentifier.h"
 
-#include "rw/RWCollectableString.h"
-#include "rw/RWOrdered.h"
 #include "sgx/general/SgxException.h"
 #include "sgx/persistence/SgxStringPersistence.h"
 #include "sgx/persistence/StartPersistence.h"
 #include "tarnel/core/TNException.h"
+#include "tarnel/core/TNRecords.h"
 
 TN_DEFINE_COLLECTABLE(TNClassIdentifier)
 
@@ -42,37 +41,13 @@ SgxString TNClassIdentifier::operator[](std::string_view name) const {
 void TNClassIdentifier::saveGuts(RWvostream& stream) const {
     SgxCollectable::saveGuts(stream);
     sgxStringToStream(stream, m_className);
-    auto* names = new RWOrdered;
-    registerCollectable(names);
-    for (const SgxString& name : m_attributes) {
-        auto* text = new RWCollectableString(name);
-        registerCollectable(text);
-        names->insert(text);
-    }
-    stream << names;
+    tnSaveStrings(stream, m_attributes);
 }
 
 void TNClassIdentifier::restoreGuts(RWvistream& stream) {
     SgxCollectable::restoreGuts(stream);
     sgxStringFromStream(stream, m_className);
-    RWCollectable* read = nullptr;
-    stream >> read;
-    // The persistence library owns what was read from here on, whatever follows.
-    registerCollectable(read);
-    auto* names = dynamic_cast<RWOrdered*>(read);
-    if (names == nullptr)
-        SgxException::raise("Invalid class identifier: expected RWOrdered; got " +
-                            (read == nullptr ? SgxString("nil") : read->stringID()));
-    // Check and hand over every entry before taking any name, so a bad record leaves the list as
-    // it was; the strings belong to the persistence library once the collection lets go of them.
-    for (RWCollectable* entry : *names) {
-        if (dynamic_cast<const RWCollectableString*>(entry) == nullptr)
-            SgxException::raise("Invalid class identifier: expected RWCollectableString; got " +
-                                (entry == nullptr ? SgxString("nil") : entry->stringID()));
-        registerCollectable(entry);
-    }
-    m_attributes.reserve(m_attributes.size() + names->entries());
-    for (const RWCollectable* entry : *names)
-        m_attributes.push_back(static_cast<const RWCollectableString*>(entry)->str());
-    names->clear();
+    // Read whole before any name is taken, so a bad record leaves the list as it was.
+    const std::vector<SgxString> names = tnRestoreStrings(stream, "class identifier");
+    m_attributes.insert(m_attributes.end(), names.begin(), names.end());
 }

@@ -66,7 +66,16 @@ TEST(TNAssociation, AddAssociationEntersBothEndsAndCopiesToChildren) {
 
 TEST(TNAssociation, InheritedEntriesAreReplacedInPlaceAndFoundThroughTheParents) {
     Declared d;
+    // isInherited asks the parents for the role name: Sub's own association whose role name is
+    // a role the parent A is reached through counts as inherited.
+    d.schema.newClass("D");
+    d.a->addAssociation("ad", "D", {}, {}, "fromA", "ds");
+    const auto own = d.sub->addAssociation("sd", "D", {}, {}, "ds", "moreDs");
+    EXPECT_TRUE(own->isInherited());
+    EXPECT_FALSE(d.a->getAssociation("ds")->isInherited());
+
     const auto c = d.schema.newClass("C");
+    d.schema.newClass("C2"); // without objects, so it may gain the reverse end below
     d.sub->addAssociation("own", "C", {}, {}, "sub", "other");
     const size_t position = d.sub->associationCount() - 1;
     const auto object = d.sub->newObject(false);
@@ -75,7 +84,7 @@ TEST(TNAssociation, InheritedEntriesAreReplacedInPlaceAndFoundThroughTheParents)
 
     // A parent declaring the same far role replaces the child's own entry at its position; links
     // already made stay in that slot.
-    const auto parents = d.a->addAssociation("p", "C", {}, {}, "parentSide", "other");
+    const auto parents = d.a->addAssociation("p", "C2", {}, {}, "parentSide", "other");
     const auto replaced = d.sub->associations();
     EXPECT_EQ(replaced[position]->firstClass(), d.a);
     EXPECT_EQ(replaced[position]->name(), "p");
@@ -90,14 +99,6 @@ TEST(TNAssociation, InheritedEntriesAreReplacedInPlaceAndFoundThroughTheParents)
     EXPECT_EQ(e->className1(), "A");
     EXPECT_EQ(e->className2(), "B");
     EXPECT_EQ(d.a->getAssociation("other"), parents);
-
-    // isInherited asks the parents for the role name: Sub's own association whose role name is
-    // a role the parent A is reached through counts as inherited.
-    d.schema.newClass("D");
-    d.a->addAssociation("ad", "D", {}, {}, "fromA", "ds");
-    const auto own = d.sub->addAssociation("sd", "D", {}, {}, "ds", "moreDs");
-    EXPECT_TRUE(own->isInherited());
-    EXPECT_FALSE(d.a->getAssociation("ds")->isInherited());
 }
 
 TEST(TNAssociation, DiagramLookups) {
@@ -155,8 +156,7 @@ TEST(TNAssociation, SavedAndRestoredKeepsFieldsAndClassesButNoTaggedValues) {
     const auto self = d.a->addAssociation("loop", "A", {2, 3}, {4, 5}, "from", "to");
     self->setIsDiagramItem(true);
     self->taggedValue("alias", TNValue("x"));
-    std::unique_ptr<TNAssociation> restored(
-        dynamic_cast<TNAssociation*>(restoreFrom(storeToBytes(*self))));
+    auto* restored = dynamic_cast<TNAssociation*>(restoreFrom(storeToBytes(*self)));
     ASSERT_NE(restored, nullptr);
     EXPECT_TRUE(restored->isSimple());
     EXPECT_EQ(restored->name(), "loop");
@@ -166,8 +166,10 @@ TEST(TNAssociation, SavedAndRestoredKeepsFieldsAndClassesButNoTaggedValues) {
     EXPECT_EQ(restored->otherMultiplicity(), TNMultiplicity(4, 5));
     EXPECT_EQ(restored->flags(), 16);
     EXPECT_EQ(restored->alias(), "loop");
-    // The class is stored once: both ends come back as the same restored class.
+    // The class is stored once: both ends come back as the same restored class, which brings
+    // its schema; the association is the class's again, so the schema owns them all.
     ASSERT_NE(restored->firstClass(), nullptr);
     EXPECT_EQ(restored->firstClass(), restored->otherClass());
-    delete restored->firstClass().get();
+    EXPECT_EQ(restored->firstClass()->getAssociation("to").get(), restored);
+    delete restored->firstClass()->schema().get();
 }
