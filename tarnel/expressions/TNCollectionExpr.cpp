@@ -316,9 +316,9 @@ void recognizeAttributeTest(const TNValueAbsExpr* predicate, tn_detail::Attribut
 }
 
 // Hands `keep` the elements of `collection` that `predicate` accepts, in order; `plan` is what
-// the predicate was recognized as (TNFilterExpr::attributeTest).
+// the predicate was recognized as (TNFilterExpr::attributeTest); `filter` holds them.
 template <class Keep>
-void filterInto(const TNObjectCollectionExpr& collection,
+void filterInto(const TNFilterExpr& filter, const TNObjectCollectionExpr& collection,
                 const SgxCyclicPtr<TNValueAbsExpr>& predicate, tn_detail::AttributeTestPlan& plan,
                 Keep keep) {
     if (plan.variable != nullptr) {
@@ -357,7 +357,7 @@ void filterInto(const TNObjectCollectionExpr& collection,
         return;
     }
     collection.forEach([&](const SgxSimplePtr<TNObject>& element) {
-        if ((*predicate).test(element))
+        if (tnOperand(filter, predicate).test(element))
             keep(element);
         return true;
     });
@@ -369,10 +369,10 @@ TNAllInstancesExpr::TNAllInstancesExpr(const SgxString& name, const TNObjectExpr
     : m_name(new TNConstantExpr(name)), m_object(object) {}
 
 const TNClass* TNAllInstancesExpr::namedClass() const {
-    const SgxSimplePtr<TNObject> object = (*m_object)();
+    const SgxSimplePtr<TNObject> object = tnOperand(*this, m_object)();
     const TNSchema& schema = *object->getClass()->schema();
     // A constant name is read where it lies.
-    const TNValueExpr& nameNode = *m_name;
+    const TNValueExpr& nameNode = tnOperand(*this, m_name);
     if (typeid(nameNode) == typeid(TNConstantExpr))
         if (const char* text = static_cast<const TNConstantExpr&>(nameNode).constant().text())
             return schema.findClass(text).get();
@@ -412,20 +412,20 @@ void TNAllInstancesExpr::forEach(const TNObjectVisitor& visit) const {
 }
 
 TNObjectSequence TNAssociationExpr::operator()() const {
-    const SgxSimplePtr<TNObject> start = (*m_object)();
+    const SgxSimplePtr<TNObject> start = tnOperand(*this, m_object)();
     TNObjectSequence result;
-    (*m_association).traverse(result, start);
+    tnOperand(*this, m_association).traverse(result, start);
     return result;
 }
 
 void TNAssociationExpr::forEach(const TNObjectVisitor& visit) const {
-    const SgxSimplePtr<TNObject> start = (*m_object)();
-    (*m_association).forEach(start, visit);
+    const SgxSimplePtr<TNObject> start = tnOperand(*this, m_object)();
+    tnOperand(*this, m_association).forEach(start, visit);
 }
 
 size_t TNAssociationExpr::count() const {
-    const SgxSimplePtr<TNObject> start = (*m_object)();
-    return (*m_association).count(start);
+    const SgxSimplePtr<TNObject> start = tnOperand(*this, m_object)();
+    return tnOperand(*this, m_association).count(start);
 }
 
 tn_detail::AttributeTestPlan& TNFilterExpr::attributeTest() const {
@@ -436,22 +436,22 @@ tn_detail::AttributeTestPlan& TNFilterExpr::attributeTest() const {
 
 TNObjectSequence TNFilterExpr::operator()() const {
     TNObjectSequence kept;
-    filterInto(*m_collection, m_predicate, attributeTest(),
+    filterInto(*this, tnOperand(*this, m_collection), m_predicate, attributeTest(),
                [&](const SgxSimplePtr<TNObject>& element) { kept.push_back(element); });
     return kept;
 }
 
 size_t TNFilterExpr::count() const {
     size_t kept = 0;
-    filterInto(*m_collection, m_predicate, attributeTest(),
+    filterInto(*this, tnOperand(*this, m_collection), m_predicate, attributeTest(),
                [&](const SgxSimplePtr<TNObject>&) { ++kept; });
     return kept;
 }
 
 TNObjectSequence TNTraverseExpr::operator()() const {
     TNObjectSequence result;
-    (*m_collection).forEach([&](const SgxSimplePtr<TNObject>& element) {
-        const TNObjectSequence part = (*m_path)(element);
+    tnOperand(*this, m_collection).forEach([&](const SgxSimplePtr<TNObject>& element) {
+        const TNObjectSequence part = tnOperand(*this, m_path)(element);
         result.insert(result.end(), part.begin(), part.end());
         return true;
     });
@@ -459,7 +459,7 @@ TNObjectSequence TNTraverseExpr::operator()() const {
 }
 
 TNObjectSequence TNSortExpr::operator()() const {
-    TNObjectSequence elements = (*m_collection)();
+    TNObjectSequence elements = tnOperand(*this, m_collection)();
     sortRange(elements, 0, elements.size(), m_keys, 0);
     return elements;
 }
@@ -471,7 +471,7 @@ void TNSortExpr::prepareForDeletion() const {
 }
 
 TNObjectSequence TNUniqueExpr::operator()() const {
-    TNObjectSequence elements = (*m_collection)();
+    TNObjectSequence elements = tnOperand(*this, m_collection)();
     if (m_isStable) {
         std::unordered_set<const TNObject*> seen;
         seen.reserve(elements.size());
@@ -488,7 +488,7 @@ TNObjectSequence TNUniqueExpr::operator()() const {
 }
 
 TNObjectSequence TNReverseExpr::operator()() const {
-    TNObjectSequence elements = (*m_collection)();
+    TNObjectSequence elements = tnOperand(*this, m_collection)();
     std::reverse(elements.begin(), elements.end());
     return elements;
 }
@@ -498,7 +498,7 @@ SgxSimplePtr<TNObject> TNObjectExtractionExpr::operator()() const {
     const size_t needed = m_choice == ExactlyOne ? 2 : 1;
     SgxSimplePtr<TNObject> first;
     size_t seen = 0;
-    (*m_collection).forEach([&](const SgxSimplePtr<TNObject>& element) {
+    tnOperand(*this, m_collection).forEach([&](const SgxSimplePtr<TNObject>& element) {
         if (seen++ == 0)
             first = element;
         return seen < needed;
@@ -513,7 +513,7 @@ SgxSimplePtr<TNObject> TNObjectExtractionExpr::operator()() const {
 }
 
 SgxSimplePtr<TNObject> TNModelExpr::operator()() const {
-    const SgxSimplePtr<TNObject> object = (*m_object)();
+    const SgxSimplePtr<TNObject> object = tnOperand(*this, m_object)();
     return object->getClass()->schema()->rootObject();
 }
 
@@ -607,7 +607,7 @@ TNStringSequence TNMapExpr::operator()() const {
     // vector grows once per array to hold it (a long result otherwise grows through fresh pages
     // several times).
     TNStringSequence texts;
-    const TNValueAbsExpr& function = *m_function;
+    const TNValueAbsExpr& function = tnOperand(*this, m_function);
     // A copy: the function may evaluate this map again, which may derive the plan anew.
     const tn_detail::MapPlan plan = m_plan.get(
         [&](tn_detail::MapPlan& derived) { recognizeMapFunction(m_function.get(), derived); });
@@ -661,7 +661,7 @@ TNStringSequence TNMapExpr::operator()() const {
             return true;
         }
     };
-    (*m_collection).forEach(Append{texts, function, plan, tested});
+    tnOperand(*this, m_collection).forEach(Append{texts, function, plan, tested});
     return texts;
 }
 

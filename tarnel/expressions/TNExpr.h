@@ -15,7 +15,9 @@
 // Evaluation. operator()() const evaluates a node's subtree and returns the result by value.
 // Evaluating writes object variables and binding caches inside the graph, so a graph is used by
 // one thread at a time and is not re-entrant. Errors raised by operands pass through unchanged;
-// a null operand raises the SgxCyclicPtr null-dereference SgxException of the access used.
+// a null operand raises the SgxCyclicPtr null-dereference SgxException of the access used. A
+// checked build (tnCheckedBuild()) raises that text as a TNEvaluationException naming the node
+// class, and raises one for a variable evaluated before anything was bound to it.
 //
 // Plans. Some nodes keep, from one evaluation to the next, what they derived from the shape of
 // the nodes below them (see tn_detail::graphChanges); a host changes a graph through the nodes'
@@ -26,6 +28,7 @@
 #include "sgx/general/SgxObject.h"
 #include "sgx/general/SgxSimplePtr.h"
 #include "sgx/general/SgxString.h"
+#include "tarnel/core/TNChecked.h"
 #include "tarnel/core/TNValue.h"
 #include "tarnel/tarnel_export.h"
 
@@ -284,6 +287,24 @@ public:                                                                         
 private:                                                                                           \
     Type m_##name {}
 
+// The operand `operand` of `node`, for evaluating it: `*operand` (operator*() const), or
+// `operand.operator->()` for tnVariable. A null operand raises what that access raises; a checked
+// build raises the same text as a TNEvaluationException naming `node`'s class.
+template <class Node, class T>
+inline T& tnOperand(const Node& node, const SgxCyclicPtr<T>& operand) {
+    if constexpr (TARNEL_CHECKED_BUILD != 0)
+        if (operand.get() == nullptr) [[unlikely]]
+            tn_detail::raiseUnsetOperand(typeid(node), false);
+    return *operand;
+}
+template <class Node, class T>
+inline T& tnVariable(const Node& node, const SgxCyclicPtr<T>& variable) {
+    if constexpr (TARNEL_CHECKED_BUILD != 0)
+        if (variable.get() == nullptr) [[unlikely]]
+            tn_detail::raiseUnsetOperand(typeid(node), true);
+    return *variable.operator->();
+}
+
 // The body of prepareForDeletion(): claims each operand pointer, left to right.
 template <class... Nodes> inline void tnClaimOperands(const SgxCyclicPtr<Nodes>&... operands) {
     (operands.takeOwnership(), ...);
@@ -293,20 +314,35 @@ template <class... Nodes> inline void tnClaimOperands(const SgxCyclicPtr<Nodes>&
 // Object variables.
 
 // An object variable: yields the object last set, by the host or by an abstraction binding it.
+// Made without an object it yields null; a checked build raises TNEvaluationException ("Unbound
+// variable: ...", naming this node's class) when it is evaluated before any object, null
+// included, was bound to it.
 class TARNEL_API TNObjectVarExpr : public TNObjectExpr {
 public:
     TNObjectVarExpr() = default;
-    explicit TNObjectVarExpr(const SgxSimplePtr<TNObject>& object) : m_object(object) {}
+    explicit TNObjectVarExpr(const SgxSimplePtr<TNObject>& object)
+        : m_object(object), m_bound(true) {}
 
-    SgxSimplePtr<TNObject> operator()() const override { return m_object; }
+    SgxSimplePtr<TNObject> operator()() const override {
+        if constexpr (TARNEL_CHECKED_BUILD != 0)
+            if (!m_bound) [[unlikely]]
+                tn_detail::raiseUnboundVariable(typeid(*this));
+        return m_object;
+    }
     void prepareForDeletion() const override {}
 
     SgxSimplePtr<TNObject> object() const { return m_object; }
     // Binds the variable, which changes what the graph yields but not the graph.
-    void object(const SgxSimplePtr<TNObject>& object) { m_object = object; }
+    void object(const SgxSimplePtr<TNObject>& object) {
+        m_object = object;
+        if constexpr (TARNEL_CHECKED_BUILD != 0)
+            m_bound = true;
+    }
 
 private:
     SgxSimplePtr<TNObject> m_object;
+    // Whether an object was ever bound; kept up to date by checked builds only.
+    bool m_bound = false;
 };
 
 // ---------------------------------------------------------------------------------------------
@@ -323,14 +359,14 @@ public:
 
     // Binds `object` to the variable (which keeps it afterwards) and evaluates the body.
     Result operator()(const SgxSimplePtr<TNObject>& object) const {
-        m_contextObject->object(object);
-        return (*m_expr)();
+        tnVariable(*this, m_contextObject).object(object);
+        return tnOperand(*this, m_expr)();
     }
     // operator()(object).asBoolean(), through TNValueExpr::test(). Value abstractions only.
     bool test(const SgxSimplePtr<TNObject>& object) const {
         static_assert(std::is_same_v<Family, TNValueExpr>, "only a value abstraction tests");
-        m_contextObject->object(object);
-        return (*m_expr).test();
+        tnVariable(*this, m_contextObject).object(object);
+        return tnOperand(*this, m_expr).test();
     }
     void prepareForDeletion() const override { tnClaimOperands(m_contextObject, m_expr); }
 
@@ -353,7 +389,7 @@ public:
     Result operator()() const override {
         if (!m_cached) {
             m_cached = true;
-            m_value = (*m_expr)();
+            m_value = tnOperand(*this, m_expr)();
         }
         return m_value;
     }
@@ -387,7 +423,7 @@ public:
         : m_binding(binding), m_expr(expr) {}
 
     Result operator()() const override {
-        Result result = (*m_expr)();
+        Result result = tnOperand(*this, m_expr)();
         m_binding->flushCache();
         return result;
     }
@@ -408,7 +444,8 @@ public:
         : m_testExpr(testExpr), m_thenExpr(thenExpr), m_elseExpr(elseExpr) {}
 
     Result operator()() const override {
-        return (*m_testExpr).test() ? (*m_thenExpr)() : (*m_elseExpr)();
+        return tnOperand(*this, m_testExpr).test() ? tnOperand(*this, m_thenExpr)()
+                                                   : tnOperand(*this, m_elseExpr)();
     }
     void prepareForDeletion() const override {
         tnClaimOperands(m_testExpr, m_thenExpr, m_elseExpr);
@@ -464,8 +501,8 @@ public:
         : m_abstraction(abstraction), m_parameter(parameter) {}
 
     TNValue operator()() const override {
-        const SgxSimplePtr<TNObject> object = (*m_parameter)();
-        return (*m_abstraction)(object);
+        const SgxSimplePtr<TNObject> object = tnOperand(*this, m_parameter)();
+        return tnOperand(*this, m_abstraction)(object);
     }
     void prepareForDeletion() const override { tnClaimOperands(m_abstraction, m_parameter); }
 

@@ -5,17 +5,17 @@
 
 TNValue TNQuantifierExpr::quantify(bool whileResult) const {
     bool result = whileResult;
-    (*m_collection).forEach([&](const SgxSimplePtr<TNObject>& element) {
-        m_boundVariable->object(element);
-        result = (*m_condition).test();
+    tnOperand(*this, m_collection).forEach([&](const SgxSimplePtr<TNObject>& element) {
+        tnVariable(*this, m_boundVariable).object(element);
+        result = tnOperand(*this, m_condition).test();
         return result == whileResult;
     });
     return TNValue(result);
 }
 
 TNValue TNObjectSetExpr::operator()() const {
-    TNObjectSequence left = (*m_lhs)();
-    TNObjectSequence right = (*m_rhs)();
+    TNObjectSequence left = tnOperand(*this, m_lhs)();
+    TNObjectSequence right = tnOperand(*this, m_rhs)();
     switch (m_op) {
     case TNSetEqual:
     case TNSetNotEqual:
@@ -42,8 +42,8 @@ TNValue TNObjectSetExpr::operator()() const {
 }
 
 TNValue TNObjectEqualityExpr::operator()() const {
-    const SgxSimplePtr<TNObject> left = (*m_lhs)();
-    const SgxSimplePtr<TNObject> right = (*m_rhs)();
+    const SgxSimplePtr<TNObject> left = tnOperand(*this, m_lhs)();
+    const SgxSimplePtr<TNObject> right = tnOperand(*this, m_rhs)();
     switch (m_op) {
     case TNEqual:
         return TNValue(left == right);

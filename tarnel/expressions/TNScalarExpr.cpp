@@ -79,8 +79,8 @@ bool TNRelationalExpr::test() const {
             static_cast<const TNAttrExpr&>(*lhs).equals(static_cast<const TNConstantExpr&>(*rhs));
         return m_op == TNEqual ? equal : !equal;
     }
-    TNValue right = (*m_rhs)();
-    TNValue left = (*m_lhs)();
+    TNValue right = tnOperand(*this, m_rhs)();
+    TNValue left = tnOperand(*this, m_lhs)();
     switch (m_op) {
     case TNEqual:
         return left == right;
@@ -95,14 +95,14 @@ bool TNRelationalExpr::test() const {
             return false;
         // Decided on a second evaluation of both operands, which operands with side effects or
         // caches can observe.
-        right = (*m_rhs)();
-        left = (*m_lhs)();
+        right = tnOperand(*this, m_rhs)();
+        left = tnOperand(*this, m_lhs)();
         return !(left < right);
     case TNLessEqual:
         if (left == right)
             return true;
-        right = (*m_rhs)();
-        left = (*m_lhs)();
+        right = tnOperand(*this, m_rhs)();
+        left = tnOperand(*this, m_lhs)();
         return left < right;
     }
     return false;
@@ -111,21 +111,21 @@ bool TNRelationalExpr::test() const {
 bool TNBooleanExpr::test() const {
     switch (m_op) {
     case TNAnd:
-        return (*m_lhs).test() && (*m_rhs).test();
+        return tnOperand(*this, m_lhs).test() && tnOperand(*this, m_rhs).test();
     case TNOr:
-        return (*m_lhs).test() || (*m_rhs).test();
+        return tnOperand(*this, m_lhs).test() || tnOperand(*this, m_rhs).test();
     case TNNot:
-        return !(*m_lhs).test();
+        return !tnOperand(*this, m_lhs).test();
     case TNImplies:
-        return !(*m_lhs).test() || (*m_rhs).test();
+        return !tnOperand(*this, m_lhs).test() || tnOperand(*this, m_rhs).test();
     }
     return false;
 }
 
 TNValue TNArithmeticExpr::operator()() const {
-    const TNValue a = (*m_lhs)();
+    const TNValue a = tnOperand(*this, m_lhs)();
     const bool noRhs = m_rhs.isNull();
-    const TNValue b = noRhs ? TNValue() : (*m_rhs)();
+    const TNValue b = noRhs ? TNValue() : tnOperand(*this, m_rhs)();
     switch (a.myType()) {
     case TNVInt:
         return integerArithmetic(m_op, a.asLongInt(), b, noRhs);
@@ -141,30 +141,32 @@ TNValue TNArithmeticExpr::operator()() const {
 }
 
 TNValue TNConversionExpr::operator()() const {
-    TNValue result = (*m_value)();
+    TNValue result = tnOperand(*this, m_value)();
     result.setType(m_to);
     return result;
 }
 
 TNValue TNCountExpr::operator()() const {
-    return TNValue(static_cast<int32_t>((*m_collection).count()));
+    return TNValue(static_cast<int32_t>(tnOperand(*this, m_collection).count()));
 }
 
 TNAttrExpr::TNAttrExpr(const SgxString& name, const TNObjectExprPtr& object)
     : m_name(new TNConstantExpr(name)), m_object(object) {}
 
 TNValue TNAttrExpr::operator()() const {
-    const SgxSimplePtr<TNObject> object = (*m_object)();
+    const SgxSimplePtr<TNObject> object = tnOperand(*this, m_object)();
     const TNAttribute& slot = slotOf(*object);
     if (slot.type() == TNAttrEnumeration)
         return TNValue(slot.asString());
     return slot.value();
 }
 
-bool TNAttrExpr::equals(const TNValue& value) const { return equalsFor((*m_object)(), value, 0); }
+bool TNAttrExpr::equals(const TNValue& value) const {
+    return equalsFor(tnOperand(*this, m_object)(), value, 0);
+}
 
 bool TNAttrExpr::equals(const TNConstantExpr& constant) const {
-    return equalsOn((*m_object)(), constant);
+    return equalsOn(tnOperand(*this, m_object)(), constant);
 }
 
 bool TNAttrExpr::enumComparison(const SgxSimplePtr<TNObject>& object,
@@ -173,7 +175,7 @@ bool TNAttrExpr::enumComparison(const SgxSimplePtr<TNObject>& object,
     // cache and the literal cache together settle everything but the slot's value.
     const TNObject* o = object.get();
     const TNClass* cls = o != nullptr ? o->getClass().get() : nullptr;
-    const TNValueExpr& nameNode = *m_name;
+    const TNValueExpr& nameNode = tnOperand(*this, m_name);
     if (m_literalStamp == 0 || constant.stamp() != m_literalStamp ||
         typeid(nameNode) != typeid(TNConstantExpr) ||
         static_cast<const TNConstantExpr&>(nameNode).stamp() != m_cachedNameStamp)
@@ -252,7 +254,7 @@ int64_t TNAttrExpr::literalIndex(const TNEnumType& enumType, const char* text,
 TNAttribute& TNAttrExpr::slotOf(TNObject& object) const {
     // A plain constant name is known again by its stamp, so that runs of objects of one class
     // reach their slot by position without reading the name at all.
-    const TNValueExpr& nameNode = *m_name;
+    const TNValueExpr& nameNode = tnOperand(*this, m_name);
     const bool constantName = typeid(nameNode) == typeid(TNConstantExpr);
     const TNClass* cls = object.getClass().get();
     if (constantName && cls != nullptr && cls->instanceId() == m_cachedClass &&

@@ -69,9 +69,9 @@ TNValue TNRegExpFindExpr::operator()() const {
 }
 
 TNValue TNRegExpReplaceExpr::operator()() const {
-    const Text pattern((*m_regexp)());
-    RWClassicCString result((*m_source)().asString());
-    const Text replacement((*m_replacement)());
+    const Text pattern(tnOperand(*this, m_regexp)());
+    RWClassicCString result(tnOperand(*this, m_source)().asString());
+    const Text replacement(tnOperand(*this, m_replacement)());
     const RWCRegexp& regexp = m_compiled.compiled(pattern.view());
     if (m_replaceAll)
         result.replaceAll(regexp, replacement.view());
@@ -81,7 +81,7 @@ TNValue TNRegExpReplaceExpr::operator()() const {
 }
 
 TNValue TNStringManipulationExpr::operator()() const {
-    RWClassicCString text((*m_str)().asString());
+    RWClassicCString text(tnOperand(*this, m_str)().asString());
     switch (m_op) {
     case TNToLower:
         text.toLower();
@@ -98,8 +98,8 @@ TNValue TNStringManipulationExpr::operator()() const {
 }
 
 TNValue TNDelimiterExpr::operator()() const {
-    const Text delimiter((*m_delimiter)());
-    const TNStringSequence strings = (*m_collection)();
+    const Text delimiter(tnOperand(*this, m_delimiter)());
+    const TNStringSequence strings = tnOperand(*this, m_collection)();
     SgxString joined;
     if (!strings.empty()) {
         size_t size = delimiter.view().size() * (strings.size() - 1);
@@ -114,12 +114,12 @@ TNValue TNDelimiterExpr::operator()() const {
 }
 
 TNValue TNClassNameExpr::operator()() const {
-    const SgxSimplePtr<TNObject> object = (*m_object)();
+    const SgxSimplePtr<TNObject> object = tnOperand(*this, m_object)();
     return TNValue(object->getClass()->name());
 }
 
 TNValue TNUidExpr::operator()() const {
-    const SgxSimplePtr<TNObject> handle = (*m_object)();
+    const SgxSimplePtr<TNObject> handle = tnOperand(*this, m_object)();
     const TNObject& object = *handle;
     if (object.getClass()->attributeExists("quid")) {
         SgxString quid = object["quid"].asString();

@@ -1,13 +1,17 @@
 #include "tarnel/instances/TNAttr.h"
 
 #include "sgx/general/SgxAssertion.h"
+#include "tarnel/core/TNException.h"
+#include "tarnel/metamodel/TNClass.h"
 #include "tarnel/metamodel/TNEnumType.h"
 #include "tarnel/metamodel/TNSchema.h"
 
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
+#include <iterator>
 #include <limits>
+#include <string>
 #include <string_view>
 
 namespace {
@@ -75,6 +79,71 @@ const char* TNAttribute::placeText(const char* text, size_t length) const {
     return copy;
 }
 
+namespace {
+
+const char* kindName(TNAttrType kind) {
+    static const char* const names[] = {"an enumeration", "an integer", "a real",
+                                        "a string",       "a boolean",  "a long"};
+    return kind < std::size(names) ? names[kind] : "an unknown kind";
+}
+
+} // namespace
+
+void TNAttribute::checkAssignment(Assigned given, int32_t integer) const {
+    switch (type()) {
+    case TNAttrInteger:
+    case TNAttrLong:
+        if (given == AssignedInteger)
+            return;
+        break;
+    case TNAttrBoolean:
+        if (given == AssignedBoolean ||
+            (given == AssignedInteger && (integer == 0 || integer == 1)))
+            return;
+        break;
+    case TNAttrReal:
+        if (given == AssignedReal)
+            return;
+        break;
+    case TNAttrString:
+        if (given == AssignedText)
+            return;
+        break;
+    case TNAttrEnumeration: {
+        if (given == AssignedText)
+            return;
+        if (given != AssignedInteger)
+            break;
+        const TNEnumType& enumType = *m_desc->enumType();
+        if (integer >= 0 && enumType.check(static_cast<unsigned long>(integer)))
+            return;
+        TNException(TNException::Modify, TNException::EnumAttribute, TNException::Invalid)
+            .setClass1(m_desc->getClass().isNull() ? SgxString() : m_desc->getClass()->name())
+            .setAttr(m_desc->name())
+            .setEnumType(enumType.name())
+            .setInfo("Index " + std::to_string(integer) + " is not the index of a literal of " +
+                     enumType.name() + ", which has " + std::to_string(enumType.literalCount()) +
+                     " literals.")
+            .raise();
+    }
+    default:
+        break;
+    }
+    static const char* const givenNames[] = {"An integer", "A bool", "A real", "A text"};
+    raiseWrongAssignment(givenNames[given]);
+}
+
+void TNAttribute::raiseWrongAssignment(const char* given) const {
+    const SgxString className =
+        m_desc->getClass().isNull() ? SgxString() : m_desc->getClass()->name();
+    TNException(TNException::Modify, TNException::AttrDescriptor, TNException::Invalid)
+        .setClass1(className)
+        .setAttr(m_desc->name())
+        .setInfo(SgxString(given) + " cannot be assigned to attribute " + m_desc->name() +
+                 " of class " + className + ", which holds " + kindName(type()) + ".")
+        .raise();
+}
+
 void TNAttribute::assignLiteral(const char* text, size_t length) {
     const auto index = (*m_desc->enumType())[std::string_view(text, length)];
     setInt(static_cast<int32_t>(index));
@@ -97,9 +166,14 @@ void TNAttribute::copyValue(const TNAttribute& other) {
         else
             *this = other.asDouble();
         break;
-    default:
-        setInt(isIntegerKind(from) ? other.intValue() : other.asLongInt());
+    default: {
+        const int32_t integer = isIntegerKind(from) ? other.intValue() : other.asLongInt();
+        if constexpr (checkedAssignments)
+            if (type() == TNAttrEnumeration)
+                checkAssignment(AssignedInteger, integer);
+        setInt(integer);
         break;
+    }
     }
 }
 
@@ -110,9 +184,11 @@ void TNAttribute::copyValue(const TNValue& value) {
         if (rhsType != TNVInt && rhsType != TNVString)
             SgxAssertion::raise("rhsType == TNVInt || rhsType == TNVString", unitName,
                                 enumerationLine);
-        if (rhsType == TNVInt)
+        if (rhsType == TNVInt) {
+            if constexpr (checkedAssignments)
+                checkAssignment(AssignedInteger, value.asLongInt());
             setInt(value.asLongInt());
-        else
+        } else
             assignLiteral(value.text(), std::strlen(value.text()));
         break;
     case TNAttrInteger:

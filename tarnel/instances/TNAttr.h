@@ -26,6 +26,7 @@
 #include "tarnel/core/TNAttrType.h"
 #include "tarnel/core/TNValue.h"
 #include "tarnel/metamodel/TNAttrDesc.h"
+#include "tarnel/tarnel_config.h"
 #include "tarnel/tarnel_export.h"
 
 #include <bit>
@@ -50,32 +51,50 @@ public:
     // Assigns a value of the type the slot's kind accepts (enumeration: TNVInt or TNVString;
     // integer: TNVInt; long: TNVLong; real: TNVDouble; string: TNVString; boolean: TNVBoolean).
     // Raises SgxAssertion (unit "TNAttr") on any other value type, leaving the slot unchanged; an
-    // unknown literal name raises what TNEnumType::operator[] raises.
+    // unknown literal name raises what TNEnumType::operator[] raises. A checked build also raises
+    // (Modify, EnumAttribute, Invalid) as the integer assignment does for an enumeration index
+    // (TNVInt) that is not the index of a literal.
     TNAttribute& operator=(const TNValue& value) {
         copyValue(value);
         return *this;
     }
     // Store the integer (its low 32 bits) or 1/0 whatever the kind: the caller assigns what fits.
-    TNAttribute& operator=(long value) noexcept {
+    // A checked build (tnCheckedBuild()) raises instead, leaving the slot unchanged, when it does
+    // not fit: an integer fits the integer and long kinds, an enumeration when it is the index of
+    // a literal (else TNException (Modify, EnumAttribute, Invalid) with the class, attribute and
+    // enumeration type names) and a boolean when it is 0 or 1; a bool fits the boolean kind only.
+    // Any other pairing raises TNException (Modify, AttrDescriptor, Invalid) with the class and
+    // attribute names and a line saying what was assigned to what.
+    TNAttribute& operator=(long value) noexcept(!checkedAssignments) {
+        if constexpr (checkedAssignments)
+            checkAssignment(AssignedInteger, static_cast<int32_t>(value));
         setInt(static_cast<int32_t>(value));
         return *this;
     }
-    TNAttribute& operator=(int value) noexcept {
+    TNAttribute& operator=(int value) noexcept(!checkedAssignments) {
+        if constexpr (checkedAssignments)
+            checkAssignment(AssignedInteger, value);
         setInt(value);
         return *this;
     }
-    TNAttribute& operator=(bool value) noexcept {
+    TNAttribute& operator=(bool value) noexcept(!checkedAssignments) {
+        if constexpr (checkedAssignments)
+            checkAssignment(AssignedBoolean, value ? 1 : 0);
         setInt(value ? 1 : 0);
         return *this;
     }
-    // Stores a real; 0.0 and -0.0 become the zero word.
-    TNAttribute& operator=(double value) noexcept {
+    // Stores a real; 0.0 and -0.0 become the zero word. A checked build raises (Modify,
+    // AttrDescriptor, Invalid) as above for a slot of another kind than real.
+    TNAttribute& operator=(double value) noexcept(!checkedAssignments) {
+        if constexpr (checkedAssignments)
+            checkAssignment(AssignedReal, 0);
         m_word = value == 0.0 ? 0 : std::bit_cast<uint64_t>(value);
         return *this;
     }
     // Enumeration: the index the enumeration type gives for the literal name (raising what
     // TNEnumType::operator[] raises). Any other kind: the empty text becomes the zero word, any
-    // other text is copied into the temporary region.
+    // other text is copied into the temporary region. A checked build raises (Modify,
+    // AttrDescriptor, Invalid) as above for a slot that is neither a string nor an enumeration.
     TNAttribute& operator=(const SgxString& text) {
         assignText(text.c_str(), text.size());
         return *this;
@@ -140,6 +159,15 @@ public:
     void donePopulating() noexcept {}
 
 private:
+    // Whether this build checks assignments (see tarnel/core/TNChecked.h).
+    static constexpr bool checkedAssignments = TARNEL_CHECKED_BUILD != 0;
+    // What a checked assignment was given.
+    enum Assigned : uint8_t { AssignedInteger, AssignedBoolean, AssignedReal, AssignedText };
+    // Raises what a checked build raises when a value of `given` (an integer or truth value
+    // `integer`) does not fit this slot's kind; returns when it does.
+    void checkAssignment(Assigned given, int32_t integer) const;
+    [[noreturn]] void raiseWrongAssignment(const char* given) const;
+
     // The kinds held as a 32-bit integer in the slot word.
     static constexpr bool isIntegerKind(TNAttrType kind) noexcept {
         return kind == TNAttrEnumeration || kind == TNAttrInteger || kind == TNAttrBoolean ||
@@ -154,10 +182,13 @@ private:
     const char* text() const noexcept { return m_word == 0 ? "" : textOrNull(); }
 
     void assignText(const char* text, size_t length) {
-        if (m_desc->type() == TNAttrEnumeration) [[unlikely]]
+        if (m_desc->type() == TNAttrEnumeration) [[unlikely]] {
             assignLiteral(text, length);
-        else
+        } else {
+            if constexpr (checkedAssignments)
+                checkAssignment(AssignedText, 0);
             m_word = length == 0 ? 0 : reinterpret_cast<uintptr_t>(placeText(text, length));
+        }
     }
     void assignLiteral(const char* text, size_t length);
     // asLongInt() of the kinds that are not integers.

@@ -1,6 +1,7 @@
 #include "tarnel/instances/TNObject.h"
 
 #include "sgx/general/SgxAssertion.h"
+#include "tarnel/core/TNChecked.h"
 #include "tarnel/core/TNException.h"
 #include "tarnel/core/TNValue.h"
 #include "tarnel/metamodel/TNSchema.h"
@@ -53,6 +54,16 @@ void copyListOldestFirst(const LinkNode* node, size_t n, SgxSimplePtr<TNObject>*
 // A frozen array's elements and count.
 const SgxSimplePtr<TNObject>* arrayElements(uintptr_t word) { return tn_detail::linkArray(word); }
 size_t arrayCount(uintptr_t word) { return tn_detail::linkArrayCount(word); }
+
+// Whether `cls` is `target` or received its members from it (a descendant).
+[[maybe_unused]] bool isOrDerivesFrom(const TNClass& cls, const TNClass* target) {
+    if (&cls == target)
+        return true;
+    for (const auto& parent : cls.parents())
+        if (isOrDerivesFrom(*parent, target))
+            return true;
+    return false;
+}
 
 TNObjectStatistics statisticsTotals;
 bool statisticsFileWritten = false;
@@ -188,6 +199,21 @@ void TNObject::associate(SgxSimplePtr<TNObject> other, const TNAssociation& asso
     // Compound links are computed, not stored.
     if (!assoc.isSimple())
         return;
+#if TARNEL_CHECKED_BUILD
+    // An object of another class would be linked through a slot meant for other objects, and
+    // its reverse link recorded in whatever slot its class keeps under the near role name.
+    if (const TNObject* target = other.get();
+        target != nullptr && !isOrDerivesFrom(*target->cls(), assoc.m_otherClass.get()))
+        TNException(TNException::Create, TNException::Association, TNException::Invalid)
+            .setClass1(cls()->m_name)
+            .setClass2(target->cls()->m_name)
+            .setAssoc(assoc.m_otherRoleName)
+            .setInfo("Role " + assoc.m_otherRoleName + " of class " + cls()->m_name +
+                     " leads to objects of class " +
+                     (assoc.m_otherClass.isNull() ? SgxString() : assoc.m_otherClass->m_name) +
+                     " or of a class derived from it, not of class " + target->cls()->m_name + ".")
+            .raise();
+#endif
     // Everything that can raise happens before the first link is recorded.
     const int32_t reverse = reverseSlot(other, assoc);
     addLink(slot, other.get());
@@ -366,6 +392,10 @@ void TNObject::donePopulating() {
         return;
     statisticsTotals.associationBytes += 8 * m;
     for (size_t i = 0; i < m; ++i) {
+        // A compound association has no word to freeze, and one added after this object was
+        // made has no word at all (TNClass::instancesGainingAssoc).
+        if (!cls.m_associations[i]->isSimple()) [[unlikely]]
+            continue;
         uintptr_t& word = linkWord(static_cast<int32_t>(i));
         if (word == 0)
             continue;

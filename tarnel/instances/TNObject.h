@@ -144,6 +144,10 @@ public:
     // no association reached through `assoc`'s other role name; "Null dereference" when the
     // reverse link is due and `other` is null; (Access, Association, NameNotFound) when `other`'s
     // class lacks the near role name. Nothing is recorded when it raises.
+    // A checked build (tnCheckedBuild()) also raises TNException (Create, Association, Invalid)
+    // with this class's name, `other`'s class name (class 2) and the far role name when `other`'s
+    // class is neither the association's other class nor derived from it; an unchecked build
+    // links such an object as described above.
     void associate(SgxSimplePtr<TNObject> other, const TNAssociation& assoc);
     // The same through the association reached by role `name` (raising as above for an unknown
     // name).
