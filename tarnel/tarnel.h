@@ -11,7 +11,11 @@
 #include "sgx/general/SgxString.h"
 #include "sgx/general/SgxVersion.h"
 
+#include "rw/RWFile.h"
+#include "rw/RWbstream.h"
+
 #include "tarnel/core/TNAttrType.h"
+#include "tarnel/core/TNChecked.h"
 #include "tarnel/core/TNCollectable.h"
 #include "tarnel/core/TNException.h"
 #include "tarnel/core/TNValue.h"
@@ -27,6 +31,8 @@
 #include "tarnel/navigation/TNAssociationTraversal.h"
 #include "tarnel/navigation/TNBuiltinAssociations.h"
 #include "tarnel/navigation/TNClassIdentifier.h"
+#include "tarnel/navigation/TNCompare.h"
+#include "tarnel/navigation/TNTaggedValueApplicator.h"
 #include "tarnel/navigation/TNTraversalParser.h"
 
 #include "tarnel/instances/TNAttr.h"
