@@ -252,7 +252,25 @@ public:
         }
     }
 
+    // The create function registered under `name`, or null. The few classes of a restore are
+    // looked up in the factory once each, then found here by a short scan.
+    RWuserCreator creatorOf(const RWStringID& name) {
+        for (const auto& [known, create] : m_creators)
+            if (known == name)
+                return create;
+        const auto found = factory().byName.find(name);
+        const FactoryEntry* entry =
+            found == factory().byName.end() ? nullptr : findEntry(found->second);
+        if (entry == nullptr)
+            return nullptr;
+        if (m_creators.size() < 16)
+            m_creators.emplace_back(name, entry->create);
+        return entry->create;
+    }
+
     unsigned depth = 0;
+    // The class name being read; a buffer kept across objects.
+    RWStringID className;
     // Indexes of the objects declared with their guts deferred, in declaration order; those
     // before `nextDeferred` are read.
     std::vector<uint32_t> deferred;
@@ -269,6 +287,7 @@ private:
     };
     std::vector<Entry> m_objects;
     SgxPointerIndex m_indexOf;
+    std::vector<std::pair<RWStringID, RWuserCreator>> m_creators;
 };
 
 namespace {
@@ -375,7 +394,9 @@ RWCollectable* readReference(RWvistream& stream, RWRestoreContext& context, RWCo
                                          std::to_string(RWMaxClassNameLength),
                                      nameAt);
     stream.checkCount(nameLength, 1, "class name bytes");
-    RWStringID name(nameLength, '\0');
+    // Read into the context's buffer: no allocation per object once it has grown.
+    RWStringID& name = context.className;
+    name.resize(nameLength);
     stream.get(name.data(), nameLength);
     if (context.depth >= RWMaxNestingDepth)
         RWvistream::raiseFormatError(
@@ -389,7 +410,8 @@ RWCollectable* readReference(RWvistream& stream, RWRestoreContext& context, RWCo
                                          nameAt);
         context.add(target, false);
     } else {
-        object = rwCreateFromFactory(name);
+        const RWuserCreator create = context.creatorOf(name);
+        object = create != nullptr ? create() : nullptr;
         if (object == nullptr)
             RWvistream::raiseFormatError("Unknown class \"" + name + "\"", nameAt);
         context.add(object, true);

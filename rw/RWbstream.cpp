@@ -22,10 +22,13 @@ void RWbostream::writeBytes(const void* data, size_t size) {
 
 RWbistream::RWbistream(std::istream& in)
     : m_owned(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()),
-      m_begin(reinterpret_cast<const unsigned char*>(m_owned.data())), m_next(m_begin),
-      m_end(m_begin + m_owned.size()) {}
+      m_begin(reinterpret_cast<const unsigned char*>(m_owned.data())) {
+    m_window = m_begin;
+    m_windowEnd = m_begin + m_owned.size();
+}
 
 void RWbistream::readBytes(void* data, size_t size) {
-    std::memcpy(data, m_next, size);
-    m_next += size;
+    // Reached only when the window cannot serve, which is never for a valid request.
+    std::memcpy(data, m_window, size);
+    m_window += size;
 }

@@ -33,20 +33,20 @@ class RWTOOLS_API RWbistream : public RWvistream {
 public:
     // Reads from `size` bytes at `data`, borrowed: they must outlive the stream.
     RWbistream(const void* data, size_t size)
-        : m_begin(static_cast<const unsigned char*>(data)), m_next(m_begin), m_end(m_begin + size) {
+        : m_begin(static_cast<const unsigned char*>(data)) {
+        m_window = m_begin;
+        m_windowEnd = m_begin + size;
     }
     // Reads everything that is left in `in` into a buffer owned by this stream.
     explicit RWbistream(std::istream& in);
 
-    uint64_t bytesLeft() const override { return static_cast<uint64_t>(m_end - m_next); }
-    uint64_t offset() const override { return static_cast<uint64_t>(m_next - m_begin); }
+    uint64_t bytesLeft() const override { return static_cast<uint64_t>(m_windowEnd - m_window); }
+    uint64_t offset() const override { return static_cast<uint64_t>(m_window - m_begin); }
 
 protected:
     void readBytes(void* data, size_t size) override;
 
 private:
     std::string m_owned; // the bytes taken from a std::istream; empty when borrowing
-    const unsigned char* m_begin;
-    const unsigned char* m_next;
-    const unsigned char* m_end;
+    const unsigned char* m_begin; // the bytes left are the window of RWvistream
 };

@@ -36,13 +36,18 @@ RWvistream& RWvistream::operator>>(SgxString& text) {
         raiseFormatError("String length " + std::to_string(length) + " exceeds the " +
                              std::to_string(bytesLeft()) + " bytes left",
                          at);
+    if (static_cast<size_t>(m_windowEnd - m_window) >= length) {
+        text.assign(reinterpret_cast<const char*>(m_window), length);
+        m_window += length;
+        return *this;
+    }
     text.resize(length);
     if (length != 0)
         readBytes(text.data(), length);
     return *this;
 }
 
-RWvistream& RWvistream::get(void* data, size_t size) {
+RWvistream& RWvistream::getThroughStream(void* data, size_t size) {
     if (size > bytesLeft())
         raiseFormatError("Unexpected end of data: " + std::to_string(size) + " bytes needed, " +
                          std::to_string(bytesLeft()) + " left");

@@ -138,8 +138,8 @@ tnMappedEntries(RWCollectable* read, const char* typeName, bool (*isType)(const 
     std::vector<std::pair<SgxString, RWCollectable*>> entries;
     entries.reserve(names->entries());
     for (size_t i = 0; i < names->entries(); ++i) {
-        const auto* name = dynamic_cast<const RWCollectableString*>(names->at(i));
-        if (name == nullptr)
+        const RWCollectable* entry = names->at(i);
+        if (!tnIsA<RWCollectableString>(entry))
             SgxException::raise("Invalid type in string mapped vector! Expected String; got " +
                                 classOf(names->at(i)));
         registerCollectable(names->at(i));
@@ -147,7 +147,7 @@ tnMappedEntries(RWCollectable* read, const char* typeName, bool (*isType)(const 
         if (!isType(object))
             SgxException::raise(SgxString("Invalid type in string mapped vector! Expected ") +
                                 typeName + "; got " + classOf(object));
-        entries.emplace_back(name->str(), object);
+        entries.emplace_back(static_cast<const RWCollectableString*>(entry)->str(), object);
     }
     names->clear();
     objects->clear();

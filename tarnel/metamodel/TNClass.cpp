@@ -427,7 +427,8 @@ void TNClass::saveGuts(RWvostream& stream) const {
 }
 
 void TNClass::restoreGuts(RWvistream& stream) {
-    StartPersistence guard;
+    // No guard of its own: the lists read here are freed by the enclosing guard (the
+    // schema's), once the whole record is read; a name may still be listed elsewhere in it.
     if (!m_name.empty() || !m_attributes.empty() || !m_associations.empty() ||
         !m_classIdentifier.isNull())
         SgxException::raise("A class is restored only into an empty one");

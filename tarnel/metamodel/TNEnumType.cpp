@@ -68,7 +68,8 @@ void TNEnumType::saveGuts(RWvostream& stream) const {
 }
 
 void TNEnumType::restoreGuts(RWvistream& stream) {
-    StartPersistence guard;
+    // No guard of its own: the lists read here are freed by the enclosing guard (the
+    // schema's), once the whole record is read; a name may still be listed elsewhere in it.
     if (!m_literals.empty())
         SgxException::raise("An enumeration type is restored only into an empty one");
     SgxCollectable::restoreGuts(stream);
