@@ -10,6 +10,7 @@
 #include "tarnel/instances/TNObject.h"
 #include "tarnel/metamodel/TNEnumType.h"
 #include "tarnel/metamodel/TNSchema.h"
+#include "tarnel/metamodel/MetamodelTestSupport.h"
 
 #include <gtest/gtest.h>
 
@@ -19,19 +20,6 @@
 #include <type_traits>
 
 namespace {
-
-template <class E, class F> std::optional<E> raisedAs(F&& f) {
-    try {
-        f();
-    } catch (const E& e) {
-        return e;
-    } catch (const std::exception& e) {
-        ADD_FAILURE() << "raised another exception: " << e.what();
-        return std::nullopt;
-    }
-    ADD_FAILURE() << "raised nothing";
-    return std::nullopt;
-}
 
 struct Library {
     TNSchema schema;

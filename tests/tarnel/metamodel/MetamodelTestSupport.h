@@ -8,13 +8,14 @@
 
 #include <optional>
 #include <string_view>
+#include <utility>
 
-// Runs `f` and returns the TNException it raised, or nothing (after recording a failure) when it
-// raised none.
-template <class F> std::optional<TNException> raisedTN(F&& f) {
+// Runs `f` and returns the E it raised, or nothing (after recording a failure) when it raised
+// none or another exception.
+template <class E, class F> std::optional<E> raisedAs(F&& f) {
     try {
         f();
-    } catch (const TNException& e) {
+    } catch (const E& e) {
         return e;
     } catch (const std::exception& e) {
         ADD_FAILURE() << "raised another exception: " << e.what();
@@ -22,6 +23,9 @@ template <class F> std::optional<TNException> raisedTN(F&& f) {
     }
     ADD_FAILURE() << "raised nothing";
     return std::nullopt;
+}
+template <class F> std::optional<TNException> raisedTN(F&& f) {
+    return raisedAs<TNException>(std::forward<F>(f));
 }
 
 // Whether `e` carries exactly the triple (action, target, reason).
