@@ -1,5 +1,6 @@
 // A minimal host: builds a metamodel by hand, populates a few objects, freezes the model and
-// reads it back by attribute and by navigation. Run it with no arguments; it prints the model.
+// reads it back by attribute and through two small expression graphs. Run it with no arguments;
+// it prints the model.
 #include "tarnel/tarnel.h"
 
 #include <iostream>
@@ -32,14 +33,28 @@ int main() {
         core->associate(util, "uses");
         schema.donePopulating();
 
+        // The names of the components reached from `current` through a role. The two graphs
+        // share the variable `current`, so one owner holds both and frees each node once.
+        const SgxCyclicPtr<TNObjectVarExpr> current = new TNObjectVarExpr;
+        const auto namesThrough = [&](const char* role) {
+            const SgxCyclicPtr<TNObjectVarExpr> x = new TNObjectVarExpr;
+            return new TNMapExpr(
+                new TNValueAbsExpr(x, new TNAttrExpr("name", x)),
+                new TNAssociationExpr(new TNAssociationTraversal(role, true), current));
+        };
+        TNExprOwner graphs;
+        const TNStringCollectionExpr* uses = graphs.adopt(namesThrough("uses"));
+        const TNStringCollectionExpr* usedBy = graphs.adopt(namesThrough("user"));
+
         for (const auto& object : component->objects()) {
             std::cout << (*object)["name"].asString() << " (" << (*object)["kind"].asString()
                       << ", " << (*object)["size"].asLongInt() << " lines) uses:";
-            for (const auto& used : object->objects("uses"))
-                std::cout << ' ' << (*used)["name"].asString();
+            current->object(object);
+            for (const SgxString& name : (*uses)())
+                std::cout << ' ' << name;
             std::cout << " | used by:";
-            for (const auto& user : object->objects("user"))
-                std::cout << ' ' << (*user)["name"].asString();
+            for (const SgxString& name : (*usedBy)())
+                std::cout << ' ' << name;
             std::cout << '\n';
         }
         schema.unpopulate();

@@ -41,6 +41,7 @@
 
 #include "tarnel/expressions/TNCollectionExpr.h"
 #include "tarnel/expressions/TNExpr.h"
+#include "tarnel/expressions/TNExprCheck.h"
 #include "tarnel/expressions/TNExprOwner.h"
 #include "tarnel/expressions/TNQuantifierExpr.h"
 #include "tarnel/expressions/TNScalarExpr.h"

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <iostream>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -123,19 +124,31 @@ TNValueExpr* joined(const char* delimiter, const Var& x, TNValueExpr* function,
 class Reports {
 public:
     Reports() {
-        m_author = findAuthor();
+        // The graphs share the input variables, so one owner frees them all together, each node
+        // once.
+        m_author = m_owner.adopt(findAuthor());
         m_graphs = {patternCount(),           booksByGenreThenNewest(), norwegiansBornBefore1920(),
                     authorsOfLongBooksOnly(), loansOfTheAuthorsBooks(), loansStillOut()};
-    }
-    ~Reports() {
-        // Each graph's nodes are claimed by its root pointer and deleted with it. The input
-        // variable, shared by every graph, goes to whichever graph claims it first.
-        m_author.takeOwnership();
-        for (const TNValueExprPtr& graph : m_graphs)
-            graph.takeOwnership();
+        for (TNValueExpr* graph : m_graphs)
+            m_owner.adopt(graph);
     }
     Reports(const Reports&) = delete;
     Reports& operator=(const Reports&) = delete;
+
+    // Writes to standard error what tnCheckExpression finds in the graphs against `schema`
+    // (misspelt classes, roles and attributes, bad patterns, unset operands, unbound variables);
+    // answers whether it found nothing.
+    bool check(const TNSchema& schema) const {
+        const std::vector<TNExprParameter> parameters = {{m_input}, {m_chosenAuthor, "Author"}};
+        std::vector<TNExprProblem> problems = tnCheckExpression(schema, m_author, parameters);
+        for (const TNValueExpr* graph : m_graphs) {
+            const std::vector<TNExprProblem> found = tnCheckExpression(schema, graph, parameters);
+            problems.insert(problems.end(), found.begin(), found.end());
+        }
+        for (const TNExprProblem& problem : problems)
+            std::cerr << "catalogue: " << problem.text() << '\n';
+        return problems.empty();
+    }
 
     // Evaluates every report on the catalogue that `anyObject` belongs to.
     void print(TNObject* anyObject) const {
@@ -237,8 +250,9 @@ private:
 
     Var m_input = new TNObjectVarExpr;
     Var m_chosenAuthor = new TNObjectVarExpr;
-    TNObjectExprPtr m_author;
-    std::array<TNValueExprPtr, 6> m_graphs;
+    TNExprOwner m_owner;
+    TNObjectExpr* m_author = nullptr;
+    std::array<TNValueExpr*, 6> m_graphs{};
 };
 
 } // namespace
@@ -255,6 +269,8 @@ int main() {
         std::cout << "Catalogue: " << objects << " objects\n";
         {
             const Reports reports;
+            if (!reports.check(schema))
+                return 1;
             reports.print(schema.getClass("Author")->objects().front().get());
         }
         schema.unpopulate();

@@ -466,8 +466,8 @@ TNObjectSequence TNSortExpr::operator()() const {
 
 void TNSortExpr::prepareForDeletion() const {
     for (const SortKey& key : m_keys)
-        key.key.takeOwnership();
-    m_collection.takeOwnership();
+        tnClaimOperands(key.key);
+    tnClaimOperands(m_collection);
 }
 
 TNObjectSequence TNUniqueExpr::operator()() const {

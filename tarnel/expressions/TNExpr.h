@@ -34,6 +34,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <type_traits>
 #include <vector>
@@ -305,10 +306,33 @@ inline T& tnVariable(const Node& node, const SgxCyclicPtr<T>& variable) {
     return *variable.operator->();
 }
 
-// The body of prepareForDeletion(): claims each operand pointer, left to right.
+// What tnVisitOperands hands each operand of a node to: the operand's node, null when unset.
+using TNOperandVisitor = std::function<void(const SgxCyclicPtrBody* operand)>;
+
+namespace tn_detail {
+// The visitor that tnVisitOperands is listing a node's operands to on this thread, or null.
+TARNEL_API const TNOperandVisitor* operandListing() noexcept;
+} // namespace tn_detail
+
+// The body of prepareForDeletion(): claims each operand pointer, left to right. While
+// tnVisitOperands runs prepareForDeletion() to list a node's operands, it hands them to the
+// visitor instead and claims nothing.
 template <class... Nodes> inline void tnClaimOperands(const SgxCyclicPtr<Nodes>&... operands) {
+    if (const TNOperandVisitor* listing = tn_detail::operandListing()) [[unlikely]] {
+        ((*listing)(operands.get()), ...);
+        return;
+    }
     (operands.takeOwnership(), ...);
 }
+
+// Ours, for walks over a whole graph (tnCheckExpression, TNExprCheck.h). Hands `visit` the
+// operands of expression node `node`, in field order, unset ones as null, and claims nothing.
+// The list is the one node.prepareForDeletion() claims, so it is written once per node class:
+// this runs prepareForDeletion() with tnClaimOperands listing instead of claiming. A node class
+// of the host's own is listed when its prepareForDeletion() claims through tnClaimOperands, as
+// every node class of the library does. A Let's binding is no operand (it is reached through the
+// Let's body). Raises what `visit` raises.
+TARNEL_API void tnVisitOperands(const SgxCyclicPtrBody& node, const TNOperandVisitor& visit);
 
 // ---------------------------------------------------------------------------------------------
 // Object variables.

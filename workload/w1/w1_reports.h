@@ -11,6 +11,8 @@
 
 #include "w1/w1_model.h"
 #include "tarnel/expressions/TNCollectionExpr.h"
+#include "tarnel/expressions/TNExprCheck.h"
+#include "tarnel/expressions/TNExprOwner.h"
 #include "tarnel/navigation/TNBuiltinAssociations.h"
 
 #include <algorithm>
@@ -36,15 +38,9 @@ inline void defineAllClasses(TNSchema& schema) {
 class Reports {
 public:
     Reports() {
-        m_q1 = buildQ1();
-        m_q2 = buildQ2();
-        m_q3 = buildQ3();
-    }
-    ~Reports() {
-        m_q1.takeOwnership();
-        m_q2.takeOwnership();
-        m_q3.takeOwnership();
-        // The input variable is shared by the three graphs; whichever claimed it first deletes it.
+        m_q1 = m_graphs.adopt(buildQ1());
+        m_q2 = m_graphs.adopt(buildQ2());
+        m_q3 = m_graphs.adopt(buildQ3());
     }
     Reports(const Reports&) = delete;
     Reports& operator=(const Reports&) = delete;
@@ -63,6 +59,18 @@ public:
     int64_t q3(TNObject* anyObject) const {
         m_input->object(anyObject);
         return sum((*m_q3)());
+    }
+    // What tnCheckExpression finds in the three graphs against `schema`, the input variable
+    // being the host's parameter: nothing for the W1 metamodel with "All Classes" defined.
+    std::vector<TNExprProblem> check(const TNSchema& schema) const {
+        std::vector<TNExprProblem> problems;
+        for (const SgxCyclicPtrBody* graph : {static_cast<const SgxCyclicPtrBody*>(m_q1),
+                                              static_cast<const SgxCyclicPtrBody*>(m_q2),
+                                              static_cast<const SgxCyclicPtrBody*>(m_q3)}) {
+            std::vector<TNExprProblem> found = tnCheckExpression(schema, graph, {m_input});
+            problems.insert(problems.end(), found.begin(), found.end());
+        }
+        return problems;
     }
 
 private:
@@ -120,10 +128,13 @@ private:
         return new TNMapExpr(new TNValueAbsExpr(p, new TNCountExpr(allClasses)), tops);
     }
 
+    // The input variable is shared by the three graphs: one owner frees them together, and
+    // each node once.
     ObjectVar m_input = new TNObjectVarExpr;
-    SgxCyclicPtr<TNValueExpr> m_q1;
-    SgxCyclicPtr<TNStringCollectionExpr> m_q2;
-    SgxCyclicPtr<TNStringCollectionExpr> m_q3;
+    TNExprOwner m_graphs;
+    TNValueExpr* m_q1 = nullptr;
+    TNStringCollectionExpr* m_q2 = nullptr;
+    TNStringCollectionExpr* m_q3 = nullptr;
 };
 
 namespace baseline {
