@@ -1,6 +1,6 @@
-// Workload W1, phases populate, freeze and memory, and the report queries Q1, Q2 and Q3, on this
-// library and on the hand-written baseline, at 100,000 and 1,000,000 objects. Each library run is
-// compared with the baseline run of the same size made just before it in the same process.
+// Workload W1, phases populate, freeze and memory, and the report queries Q1 to Q3 and R1 to R6, on
+// this library and on the hand-written baseline, at 100,000 and 1,000,000 objects. Each library run
+// is compared with the baseline run of the same size made just before it in the same process.
 //
 // Counters, per object: populate_ns, freeze_ns, rss_B (resident-set growth from before populate
 // to after freeze), and for the library data_B (what the data needs: object headers, 16-byte
@@ -137,7 +137,7 @@ void BM_W1_Tarnel(benchmark::State& state) {
     }
 }
 
-// --- Queries Q1, Q2, Q3 ----------------------------------------------------------------------
+// --- Queries Q1 to Q3, R1 to R6 ---------------------------------------------------------------
 
 // The median of `runs` timed runs of `query` after one warm-up run, in milliseconds per run.
 // Each timed run is `batch` evaluations back to back.
@@ -162,11 +162,13 @@ template <class Query> double repeatedMs(Query query) {
     return medianMs(query, static_cast<int>(std::clamp(2.0 / std::max(once, 1e-6), 1.0, 1e5)));
 }
 
-// The three report queries on both systems, built once per size. Counters per query: the
-// library's median ms, the baseline's, their ratio, and the library's ns per object walked
-// (Q1: per Operation; Q2: per Class and Operation visited; Q3: per Package visited, the classes
-// being counted from each package's link count, as the baseline takes its vectors' sizes); and
-// the ratio of the two systems' repeated runs (repeatedMs), Qn_rep/base.
+// The report queries on both systems, built once per size: Q1 to Q3 and R1 to R6, each asserted
+// to give the baseline's answer (a length for the joined texts, whose contents the tests compare).
+// Counters per query: the library's median ms, the baseline's, their ratio, and the ratio of the
+// two systems' repeated runs (repeatedMs), <query>_rep/base; for Q1 to Q3 also the library's ns
+// per object walked (Q1: per Operation; Q2: per Class and Operation visited; Q3: per Package
+// visited, the classes being counted from each package's link count, as the baseline takes its
+// vectors' sizes).
 void BM_W1_Queries(benchmark::State& state) {
     const size_t n = static_cast<size_t>(state.range(0));
     auto plain = std::make_unique<w1::baseline::Model>();
@@ -177,34 +179,57 @@ void BM_W1_Queries(benchmark::State& state) {
     schema.donePopulating();
     w1::defineAllClasses(schema);
     const w1::Reports reports;
+    const w1::ShapeReports shapes;
     TNObject* any = schema.getClass("Package")->objects().front().get();
 
     const double classes = static_cast<double>(n / 10);
     const double walked[3] = {classes * w1::operationsPerClass,
                               classes * (1 + w1::operationsPerClass),
                               static_cast<double>(w1::packageCount)};
-    const std::function<int64_t()> queries[3][2] = {
-        {[&] { return static_cast<int64_t>(reports.q1(any).size()); },
-         [&] { return static_cast<int64_t>(w1::baseline::q1(*plain).size()); }},
-        {[&] { return reports.q2(any); }, [&] { return w1::baseline::q2(*plain); }},
-        {[&] { return reports.q3(any); }, [&] { return w1::baseline::q3(*plain); }}};
-    double library[3] = {}, base[3] = {}, libraryRepeated[3] = {}, baseRepeated[3] = {};
-    for (auto _ : state) {
-        for (int q = 0; q < 3; ++q) {
-            library[q] = medianMs(queries[q][0]);
-            base[q] = medianMs(queries[q][1]);
+    const auto length = [](const std::string& text) { return static_cast<int64_t>(text.size()); };
+    struct Query {
+        const char* name;
+        std::function<int64_t()> library;
+        std::function<int64_t()> base;
+    };
+    const w1::baseline::Model& m = *plain;
+    const Query queries[] = {
+        {"Q1", [&] { return length(reports.q1(any)); },
+         [&] { return length(w1::baseline::q1(m)); }},
+        {"Q2", [&] { return reports.q2(any); }, [&] { return w1::baseline::q2(m); }},
+        {"Q3", [&] { return reports.q3(any); }, [&] { return w1::baseline::q3(m); }},
+        {"R1", [&] { return shapes.r1(any); }, [&] { return w1::baseline::r1(m); }},
+        {"R2", [&] { return shapes.r2(any); }, [&] { return w1::baseline::r2(m); }},
+        {"R3", [&] { return length(shapes.r3(any)); }, [&] { return length(w1::baseline::r3(m)); }},
+        {"R4", [&] { return shapes.r4(any); }, [&] { return w1::baseline::r4(m); }},
+        {"R5", [&] { return shapes.r5(any); }, [&] { return w1::baseline::r5(m); }},
+        {"R6", [&] { return length(shapes.r6(any)); }, [&] { return length(w1::baseline::r6(m)); }},
+    };
+    constexpr size_t count = std::size(queries);
+    for (const Query& query : queries)
+        if (query.library() != query.base()) {
+            state.SkipWithError((std::string(query.name) + ": the answers differ").c_str());
+            return;
         }
-        for (int q = 0; q < 3; ++q) {
-            libraryRepeated[q] = repeatedMs(queries[q][0]);
-            baseRepeated[q] = repeatedMs(queries[q][1]);
+    double library[count] = {}, base[count] = {}, libraryRepeated[count] = {},
+           baseRepeated[count] = {};
+    for (auto _ : state) {
+        for (size_t q = 0; q < count; ++q) {
+            library[q] = medianMs(queries[q].library);
+            base[q] = medianMs(queries[q].base);
+        }
+        for (size_t q = 0; q < count; ++q) {
+            libraryRepeated[q] = repeatedMs(queries[q].library);
+            baseRepeated[q] = repeatedMs(queries[q].base);
         }
     }
-    for (int q = 0; q < 3; ++q) {
-        const std::string name = "Q" + std::to_string(q + 1);
+    for (size_t q = 0; q < count; ++q) {
+        const std::string name = queries[q].name;
         state.counters[name + "_ms"] = library[q];
         state.counters[name + "_base_ms"] = base[q];
         state.counters[name + "/base"] = library[q] / base[q];
-        state.counters[name + "_ns/obj"] = library[q] * 1e6 / walked[q];
+        if (q < std::size(walked))
+            state.counters[name + "_ns/obj"] = library[q] * 1e6 / walked[q];
         state.counters[name + "_rep/base"] = libraryRepeated[q] / baseRepeated[q];
     }
 }

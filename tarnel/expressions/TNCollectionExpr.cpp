@@ -2,6 +2,7 @@
 
 #include "sgx/general/SgxException.h"
 #include "tarnel/expressions/TNScalarExpr.h"
+#include "tarnel/expressions/internal/TNPlan.h"
 #include "tarnel/instances/TNObject.h"
 #include "tarnel/metamodel/TNClass.h"
 #include "tarnel/metamodel/TNSchema.h"
@@ -633,7 +634,12 @@ TNStringSequence TNMapExpr::operator()() const {
                                          : plan.counted->count();
                 TNValue(static_cast<int32_t>(count)).appendTo(texts.emplace_back());
             } else {
-                function(element).appendTo(texts.emplace_back());
+                // The function's value is read in place (a text attribute, a constant).
+                tnVariable(function, function.contextObject()).object(element);
+                TNValue scratch;
+                tn_detail::appendView(
+                    tn_detail::viewOf(tnOperand(function, function.expr()), scratch),
+                    texts.emplace_back());
             }
             return true;
         }

@@ -410,7 +410,10 @@ public:
     TNBindingNode() = default;
     explicit TNBindingNode(const SgxCyclicPtr<Family>& expr) : m_expr(expr) {}
 
-    Result operator()() const override {
+    Result operator()() const override { return resultInPlace(); }
+    // What operator()() returns, where the binding keeps it (valid until the binding is flushed
+    // or its result set), with the same evaluations and failures.
+    const Result& resultInPlace() const {
         if (!m_cached) {
             m_cached = true;
             m_value = tnOperand(*this, m_expr)();

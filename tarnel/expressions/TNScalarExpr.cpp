@@ -1,5 +1,7 @@
 #include "tarnel/expressions/TNScalarExpr.h"
 
+#include "tarnel/expressions/internal/TNPlan.h"
+
 #include "sgx/general/SgxException.h"
 #include "tarnel/instances/TNObject.h"
 #include "tarnel/metamodel/TNEnumType.h"
@@ -69,8 +71,9 @@ TNValue realArithmetic(TNArithmeticExpr::TNArithOp op, double a, const TNValue& 
 } // namespace
 
 bool TNRelationalExpr::test() const {
-    // attribute == constant, the filter of most reports: neither value is copied. Evaluating a
-    // constant has no effect, so reading it first keeps the order of everything observable.
+    // attribute == constant, the filter of most reports: the attribute node compares from the
+    // caches it keeps per class and per constant. Evaluating a constant has no effect, so reading
+    // it first keeps the order of everything observable.
     const TNValueExpr* lhs = m_lhs.get();
     const TNValueExpr* rhs = m_rhs.get();
     if ((m_op == TNEqual || m_op == TNNotEqual) && lhs != nullptr && rhs != nullptr &&
@@ -79,31 +82,50 @@ bool TNRelationalExpr::test() const {
             static_cast<const TNAttrExpr&>(*lhs).equals(static_cast<const TNConstantExpr&>(*rhs));
         return m_op == TNEqual ? equal : !equal;
     }
-    TNValue right = tnOperand(*this, m_rhs)();
-    TNValue left = tnOperand(*this, m_lhs)();
+    // Otherwise both operands are read in place (constants, bindings and attribute slots
+    // without a copy).
+    const Plan& plan = m_plan.get([&](Plan& derived) {
+        derived.lhsEffectFree = m_lhs.get() != nullptr && tn_detail::effectFree(*m_lhs);
+        derived.rhsEffectFree = m_rhs.get() != nullptr && tn_detail::effectFree(*m_rhs);
+    });
+    TNValue rightScratch, leftScratch;
+    tn_detail::ValueView right, left;
+    const auto evaluate = [&] {
+        right = tn_detail::viewOf(tnOperand(*this, m_rhs), rightScratch);
+        // What lhs may change (a binding it flushes, a value a host's node sets) is copied first.
+        if (!plan.lhsEffectFree && right.value != &rightScratch) {
+            if (right.value != nullptr)
+                rightScratch = *right.value;
+            else
+                right.materialize(rightScratch);
+            right = tn_detail::ValueView{.value = &rightScratch};
+        }
+        left = tn_detail::viewOf(tnOperand(*this, m_lhs), leftScratch);
+    };
+    evaluate();
     switch (m_op) {
     case TNEqual:
-        return left == right;
+        return tn_detail::viewEquals(left, right);
     case TNNotEqual:
-        return !(left == right);
+        return !tn_detail::viewEquals(left, right);
     case TNLess:
-        return left < right;
+        return tn_detail::viewLess(left, right);
     case TNGreaterEqual:
-        return !(left < right);
+        return !tn_detail::viewLess(left, right);
     case TNGreater:
-        if (left == right)
+        if (tn_detail::viewEquals(left, right))
             return false;
         // Decided on a second evaluation of both operands, which operands with side effects or
-        // caches can observe.
-        right = tnOperand(*this, m_rhs)();
-        left = tnOperand(*this, m_lhs)();
-        return !(left < right);
+        // caches can observe; others would only yield the same values again.
+        if (!plan.lhsEffectFree || !plan.rhsEffectFree)
+            evaluate();
+        return !tn_detail::viewLess(left, right);
     case TNLessEqual:
-        if (left == right)
+        if (tn_detail::viewEquals(left, right))
             return true;
-        right = tnOperand(*this, m_rhs)();
-        left = tnOperand(*this, m_lhs)();
-        return left < right;
+        if (!plan.lhsEffectFree || !plan.rhsEffectFree)
+            evaluate();
+        return tn_detail::viewLess(left, right);
     }
     return false;
 }
@@ -123,7 +145,29 @@ bool TNBooleanExpr::test() const {
 }
 
 TNValue TNArithmeticExpr::operator()() const {
-    const TNValue a = tnOperand(*this, m_lhs)();
+    if (m_op == TNPlus) {
+        // Texts are read where they lie instead of being copied into values first.
+        TNValue leftScratch;
+        tn_detail::ValueView left = tn_detail::viewOf(tnOperand(*this, m_lhs), leftScratch);
+        // rhs may flush a binding read in place.
+        if (left.transient) {
+            leftScratch = *left.value;
+            left = tn_detail::ValueView{.value = &leftScratch};
+        }
+        if (left.myType() != TNVString)
+            return arithmetic(left.materialize(leftScratch));
+        if (m_rhs.isNull())
+            return TNValue(left.textOrNull());
+        TNValue rightScratch;
+        const tn_detail::ValueView right = tn_detail::viewOf(*m_rhs, rightScratch);
+        SgxString sum(left.textOrNull());
+        tn_detail::appendView(right, sum);
+        return TNValue(sum);
+    }
+    return arithmetic(tnOperand(*this, m_lhs)());
+}
+
+TNValue TNArithmeticExpr::arithmetic(const TNValue& a) const {
     const bool noRhs = m_rhs.isNull();
     const TNValue b = noRhs ? TNValue() : tnOperand(*this, m_rhs)();
     switch (a.myType()) {
@@ -228,6 +272,11 @@ bool TNAttrExpr::equalsFor(const SgxSimplePtr<TNObject>& object, const TNValue& 
     if (type != TNAttrEnumeration && type != TNAttrString)
         return slot.value() == value;
     // The attribute reads as a text, so the comparison is byte-wise with the other's text.
+    if (const char* inPlace = slot.textInPlace()) {
+        if (const char* other = value.text())
+            return std::strcmp(inPlace, other) == 0;
+        return value.asString() == inPlace;
+    }
     const SgxString text = slot.asString();
     if (const char* other = value.text())
         return text == other;

@@ -19,11 +19,11 @@ class TNClass;
 class TNEnumType;
 
 // Comparison of lhs with rhs, as TNValue::operator== and operator< compare them (lhs decides).
-// Yields a TNVBoolean. rhs is evaluated before lhs. An equality test of an attribute (TNAttrExpr)
-// with a constant reads both in place, the result being the same. TNGreater and TNLessEqual, when
-// the two values are not equal, evaluate both operands a second time (rhs first again) and decide
-// on the new values, so operands with side effects or caches see two evaluations. An invalid
-// operator yields false.
+// Yields a TNVBoolean. rhs is evaluated before lhs. TNGreater and TNLessEqual, when the two
+// values are not equal, evaluate both operands a second time (rhs first again) and decide on the
+// new values, so operands with side effects or caches see two evaluations; operands that can
+// have no effect are evaluated once, the result being the same. An invalid operator yields false
+// after evaluating both operands.
 class TARNEL_API TNRelationalExpr : public TNValueExpr {
 public:
     enum TNRelOp : int32_t {
@@ -46,6 +46,14 @@ public:
     TN_EXPR_FIELD(TNValueExprPtr, lhs);
     TN_EXPR_FIELD(TNValueExprPtr, rhs);
     TN_EXPR_FIELD(TNRelOp, op);
+
+private:
+    // Which operands can have no effect, derived again after any graph change.
+    struct Plan {
+        bool lhsEffectFree = false;
+        bool rhsEffectFree = false;
+    };
+    mutable tn_detail::ShapeCache<Plan> m_plan;
 };
 
 // Logic on operands read with TNValue::asBoolean(); yields a TNVBoolean. lhs is evaluated first
@@ -98,6 +106,10 @@ public:
     TN_EXPR_FIELD(TNValueExprPtr, lhs);
     TN_EXPR_FIELD(TNValueExprPtr, rhs);
     TN_EXPR_FIELD(TNArithOp, op);
+
+private:
+    // The result for lhs's value `a`, evaluating rhs.
+    TNValue arithmetic(const TNValue& a) const;
 };
 
 // The value of `value` converted by TNValue::setType(to): TNVNone and TNVLong leave it as it is.

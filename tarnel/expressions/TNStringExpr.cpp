@@ -1,6 +1,7 @@
 #include "tarnel/expressions/TNStringExpr.h"
 
 #include "rw/RWClassicCString.h"
+#include "tarnel/expressions/internal/TNPlan.h"
 #include "tarnel/instances/TNObject.h"
 
 #include <cstdint>
@@ -33,6 +34,31 @@ private:
     std::string_view m_view;
 };
 
+// An operand's value read as text (TNValue::asString()) where it lies when it is a text
+// (a constant, a binding's result, a text or enumeration attribute), converted otherwise. The
+// view stays valid while this object lives and nothing changes what it reads.
+class TextInPlace {
+public:
+    explicit TextInPlace(const TNValueExpr& operand) {
+        const tn_detail::ValueView view = tn_detail::viewOf(operand, m_scratch);
+        if (const char* text = view.textOrNull(); text != nullptr && !view.transient) {
+            m_view = text;
+        } else {
+            m_converted = view.materialize(m_scratch).asString();
+            m_view = m_converted;
+        }
+    }
+    TextInPlace(const TextInPlace&) = delete;
+    TextInPlace& operator=(const TextInPlace&) = delete;
+
+    std::string_view view() const { return m_view; }
+
+private:
+    TNValue m_scratch;
+    SgxString m_converted;
+    std::string_view m_view;
+};
+
 TNValue stringValue(std::string_view text) { return TNValue(SgxString(text)); }
 
 // The two trimming patterns; each is nine characters, the four escapes being single control
@@ -51,16 +77,16 @@ const RWCRegexp& trailingWhiteSpace() {
 TNValue TNRegExpMatchExpr::operator()() const {
     // Through const handles, so a missing operand reports the const dereference.
     const TNValueExprPtr patternExpr = regexp(), subjectExpr = str();
-    const Text pattern((*patternExpr)());
-    const Text subject((*subjectExpr)());
+    const TextInPlace pattern(*patternExpr);
+    const TextInPlace subject(*subjectExpr);
     return TNValue(search(pattern.view(), subject.view()) != RW_NPOS);
 }
 
 TNValue TNRegExpFindExpr::operator()() const {
     // Through const handles, so a missing operand reports the const dereference.
     const TNValueExprPtr patternExpr = regexp(), subjectExpr = str();
-    const Text pattern((*patternExpr)());
-    const Text subject((*subjectExpr)());
+    const TextInPlace pattern(*patternExpr);
+    const TextInPlace subject(*subjectExpr);
     size_t length = 0;
     const size_t pos = search(pattern.view(), subject.view(), &length);
     if (pos == RW_NPOS)
@@ -135,3 +161,7 @@ TNValue TNUidExpr::operator()() const {
 // inline definition, hidden inside the library, would not allow.
 void TNClassNameExpr::prepareForDeletion() const { tnClaimOperands(m_object); }
 void TNUidExpr::prepareForDeletion() const { tnClaimOperands(m_object); }
+
+bool TNRegexpCache::isLiteral(std::string_view pattern) noexcept {
+    return tn_detail::isLiteralPattern(pattern);
+}

@@ -21,13 +21,32 @@
 class TARNEL_API TNRegexpCache {
 public:
     const RWCRegexp& compiled(std::string_view pattern) const {
-        if (!m_regexp || m_regexp->pattern() != pattern)
+        if (!m_regexp || m_regexp->pattern() != pattern) {
             m_regexp.emplace(SgxString(pattern));
+            m_literal = isLiteral(pattern);
+        }
         return *m_regexp;
+    }
+    // The leftmost match of `pattern` in `subject` (RW_NPOS when none), its length in *length. A
+    // pattern without special characters matches exactly its own characters, so it is searched
+    // for as a substring.
+    size_t index(std::string_view pattern, std::string_view subject, size_t* length) const {
+        const RWCRegexp& regexp = compiled(pattern);
+        if (!m_literal)
+            return regexp.index(subject, length);
+        const size_t found = subject.find(pattern);
+        if (found == std::string_view::npos)
+            return RW_NPOS;
+        if (length != nullptr)
+            *length = pattern.size();
+        return found;
     }
 
 private:
+    static bool isLiteral(std::string_view pattern) noexcept;
+
     mutable std::optional<RWCRegexp> m_regexp;
+    mutable bool m_literal = false;
 };
 
 // The operands and compiled-pattern cache of the two searches below: regexp, then str.
@@ -46,7 +65,7 @@ protected:
     // The leftmost match of `pattern` in `subject` (RW_NPOS when none), its length in *length.
     size_t search(std::string_view pattern, std::string_view subject,
                   size_t* length = nullptr) const {
-        return m_compiled.compiled(pattern).index(subject, length);
+        return m_compiled.index(pattern, subject, length);
     }
 
 private:

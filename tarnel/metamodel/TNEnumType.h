@@ -57,6 +57,11 @@ public:
     bool check(std::string_view literal) const { return m_literalIndex.contains(literal); }
     // Whether `index` is below the number of literals.
     bool check(unsigned long index) const { return index < m_literals.size(); }
+    // The literal at `index` where this type keeps it (valid until a literal is added), or null
+    // when `index` is not below the number of literals: for readers that compare it in place.
+    const char* literalText(unsigned long index) const noexcept {
+        return check(index) ? m_literals[index].c_str() : nullptr;
+    }
 
     SgxString name() const { return m_name; }
     // The number of literals.
