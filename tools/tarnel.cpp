@@ -71,6 +71,7 @@ int main(int argc, char** argv) {
     demoCommand->callback([&] { demo(objects, schemaFile); });
     addSchemaCommand(app);
     addTagsCommand(app);
+    addImportCommand(app);
     CLI11_PARSE(app, argc, argv);
     return 0;
 }
