@@ -42,7 +42,10 @@
 #include "tarnel/expressions/TNCollectionExpr.h"
 #include "tarnel/expressions/TNExpr.h"
 #include "tarnel/expressions/TNExprCheck.h"
+#include "tarnel/expressions/TNExtensionExpr.h"
 #include "tarnel/expressions/TNExprOwner.h"
 #include "tarnel/expressions/TNQuantifierExpr.h"
 #include "tarnel/expressions/TNScalarExpr.h"
 #include "tarnel/expressions/TNStringExpr.h"
+
+#include "tarnel/query/TNQuery.h"

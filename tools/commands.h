@@ -27,3 +27,8 @@ void addImportCommand(CLI::App& app);
 // then freezes the schema. Raises TNImportError (an SgxException) naming file, line and column.
 void importModels(TNSchema& schema, const std::string& ecore,
                   const std::vector<std::string>& models);
+
+// `tarnel query --demo N|--schema FILE TEXT|--file F [--print]`: compiles a query against the W1
+// schema or a schema file (exit status 1 with the error when it does not compile) and, with
+// --demo, evaluates it on a W1 model of N objects and prints the result and the times.
+void addQueryCommand(CLI::App& app);

@@ -72,6 +72,7 @@ int main(int argc, char** argv) {
     addSchemaCommand(app);
     addTagsCommand(app);
     addImportCommand(app);
+    addQueryCommand(app);
     CLI11_PARSE(app, argc, argv);
     return 0;
 }
