@@ -146,99 +146,22 @@ void appendView(const ValueView& view, SgxString& text) {
 namespace {
 
 // The walk behind effectFree: every node reached must be of a class listed here, each of which
-// evaluates its operands and nothing else.
+// evaluates its operands and nothing else. Operands are listed by the nodes themselves
+// (tnVisitOperands), so the list of classes is the only thing written here.
+// Association steps are left out: the association a role names is known only per object, and a
+// computed one runs a traversal of its own, whose conditions may be a host's.
 class EffectWalk {
 public:
-    bool value(const TNValueExpr* node) {
+    bool walk(const SgxCyclicPtrBody* node) {
         if (node == nullptr) // evaluating it raises, the same way every time
             return true;
         if (!enter(node))
             return m_ok;
-        const std::type_info& type = typeid(*node);
-        bool ok = false;
-        if (type == typeid(TNConstantExpr)) {
-            ok = true;
-        } else if (type == typeid(TNAttrExpr)) {
-            const auto& n = static_cast<const TNAttrExpr&>(*node);
-            ok = value(n.name().get()) && object(n.object().get());
-        } else if (type == typeid(TNRelationalExpr)) {
-            const auto& n = static_cast<const TNRelationalExpr&>(*node);
-            ok = value(n.lhs().get()) && value(n.rhs().get());
-        } else if (type == typeid(TNBooleanExpr)) {
-            const auto& n = static_cast<const TNBooleanExpr&>(*node);
-            ok = value(n.lhs().get()) && value(n.rhs().get());
-        } else if (type == typeid(TNArithmeticExpr)) {
-            const auto& n = static_cast<const TNArithmeticExpr&>(*node);
-            ok = value(n.lhs().get()) && value(n.rhs().get());
-        } else if (type == typeid(TNConversionExpr)) {
-            ok = value(static_cast<const TNConversionExpr&>(*node).value().get());
-        } else if (type == typeid(TNCountExpr)) {
-            ok = collection(static_cast<const TNCountExpr&>(*node).collection().get());
-        } else if (type == typeid(TNRegExpMatchExpr) || type == typeid(TNRegExpFindExpr)) {
-            const auto& n = static_cast<const TNRegExpSearchExpr&>(*node);
-            ok = value(n.regexp().get()) && value(n.str().get());
-        } else if (type == typeid(TNStringManipulationExpr)) {
-            ok = value(static_cast<const TNStringManipulationExpr&>(*node).str().get());
-        } else if (type == typeid(TNClassNameExpr)) {
-            ok = object(static_cast<const TNClassNameExpr&>(*node).object().get());
-        } else if (type == typeid(TNUidExpr)) {
-            ok = object(static_cast<const TNUidExpr&>(*node).object().get());
-        } else if (type == typeid(TNIfValueExpr)) {
-            const auto& n = static_cast<const TNIfValueExpr&>(*node);
-            ok =
-                value(n.testExpr().get()) && value(n.thenExpr().get()) && value(n.elseExpr().get());
-        } else if (type == typeid(TNObjectEqualityExpr)) {
-            const auto& n = static_cast<const TNObjectEqualityExpr&>(*node);
-            ok = object(n.lhs().get()) && object(n.rhs().get());
-        } else if (type == typeid(TNObjectSetExpr)) {
-            const auto& n = static_cast<const TNObjectSetExpr&>(*node);
-            ok = collection(n.lhs().get()) && collection(n.rhs().get());
-        }
-        return settle(ok);
-    }
-
-    bool object(const TNObjectExpr* node) {
-        if (node == nullptr)
-            return true;
-        if (!enter(node))
-            return m_ok;
-        const std::type_info& type = typeid(*node);
-        bool ok = false;
-        if (type == typeid(TNObjectVarExpr)) {
-            ok = true;
-        } else if (type == typeid(TNObjectExtractionExpr)) {
-            ok = collection(static_cast<const TNObjectExtractionExpr&>(*node).collection().get());
-        } else if (type == typeid(TNModelExpr)) {
-            ok = object(static_cast<const TNModelExpr&>(*node).object().get());
-        } else if (type == typeid(TNIfObjectExpr)) {
-            const auto& n = static_cast<const TNIfObjectExpr&>(*node);
-            ok = value(n.testExpr().get()) && object(n.thenExpr().get()) &&
-                 object(n.elseExpr().get());
-        }
-        return settle(ok);
-    }
-
-    // Association steps are left out: the association a role names is known only per object,
-    // and a computed one runs a traversal of its own, whose conditions may be a host's.
-    bool collection(const TNObjectCollectionExpr* node) {
-        if (node == nullptr)
-            return true;
-        if (!enter(node))
-            return m_ok;
-        const std::type_info& type = typeid(*node);
-        bool ok = false;
-        if (type == typeid(TNAllInstancesExpr)) {
-            const auto& n = static_cast<const TNAllInstancesExpr&>(*node);
-            ok = value(n.name().get()) && object(n.object().get());
-        } else if (type == typeid(TNUniqueExpr)) {
-            ok = collection(static_cast<const TNUniqueExpr&>(*node).collection().get());
-        } else if (type == typeid(TNReverseExpr)) {
-            ok = collection(static_cast<const TNReverseExpr&>(*node).collection().get());
-        } else if (type == typeid(TNIfObjectCollectionExpr)) {
-            const auto& n = static_cast<const TNIfObjectCollectionExpr&>(*node);
-            ok = value(n.testExpr().get()) && collection(n.thenExpr().get()) &&
-                 collection(n.elseExpr().get());
-        }
+        bool ok = isListed(typeid(*node));
+        if (ok)
+            tnVisitOperands(*node, [&](const SgxCyclicPtrBody* operand) {
+                ok = ok && walk(operand);
+            });
         return settle(ok);
     }
 
@@ -265,6 +188,26 @@ private:
         return m_ok;
     }
 
+    static bool isListed(const std::type_info& type) {
+        static const std::type_info* const listed[] = {
+            &typeid(TNConstantExpr),      &typeid(TNAttrExpr),
+            &typeid(TNRelationalExpr),    &typeid(TNBooleanExpr),
+            &typeid(TNArithmeticExpr),    &typeid(TNConversionExpr),
+            &typeid(TNCountExpr),         &typeid(TNRegExpMatchExpr),
+            &typeid(TNRegExpFindExpr),    &typeid(TNStringManipulationExpr),
+            &typeid(TNClassNameExpr),     &typeid(TNUidExpr),
+            &typeid(TNIfValueExpr),       &typeid(TNObjectEqualityExpr),
+            &typeid(TNObjectSetExpr),     &typeid(TNObjectVarExpr),
+            &typeid(TNObjectExtractionExpr), &typeid(TNModelExpr),
+            &typeid(TNIfObjectExpr),      &typeid(TNAllInstancesExpr),
+            &typeid(TNUniqueExpr),        &typeid(TNReverseExpr),
+            &typeid(TNIfObjectCollectionExpr)};
+        for (const std::type_info* entry : listed)
+            if (*entry == type)
+                return true;
+        return false;
+    }
+
     static constexpr size_t maxDepth = 64;
     static constexpr size_t maxNodes = 256;
     std::unordered_set<const void*> m_seen;
@@ -274,7 +217,7 @@ private:
 
 } // namespace
 
-bool effectFree(const TNValueExpr& node) { return EffectWalk().value(&node); }
+bool effectFree(const TNValueExpr& node) { return EffectWalk().walk(&node); }
 
 bool isLiteralPattern(std::string_view pattern) noexcept {
     if (!pattern.empty() && (pattern.front() == '^' || pattern.back() == '$'))

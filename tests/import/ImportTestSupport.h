@@ -3,6 +3,7 @@
 #pragma once
 
 #include "tarnel/import/TNImport.h"
+#include "tarnel/metamodel/MetamodelTestSupport.h"
 #include "tarnel/tarnel.h"
 
 #include <gtest/gtest.h>
@@ -41,16 +42,7 @@ private:
 
 // The TNImportError `f` raised, or nothing (after recording a failure).
 template <class F> std::optional<TNImportError> raisedImport(F&& f) {
-    try {
-        f();
-    } catch (const TNImportError& e) {
-        return e;
-    } catch (const std::exception& e) {
-        ADD_FAILURE() << "raised another exception: " << e.what();
-        return std::nullopt;
-    }
-    ADD_FAILURE() << "raised nothing";
-    return std::nullopt;
+    return raisedAs<TNImportError>(std::forward<F>(f));
 }
 
 // An .ecore file of one package around `body`.
