@@ -2,10 +2,12 @@
 
 #include "sgx/general/SgxException.h"
 #include "tarnel/expressions/TNScalarExpr.h"
+#include "tarnel/expressions/internal/TNCollectionPlan.h"
 #include "tarnel/expressions/internal/TNPlan.h"
 #include "tarnel/instances/TNObject.h"
 #include "tarnel/metamodel/TNClass.h"
 #include "tarnel/metamodel/TNSchema.h"
+#include "tarnel/navigation/internal/TNTraversalPlan.h"
 
 #include <algorithm>
 #include <cstring>
@@ -189,7 +191,7 @@ struct AttributeTest {
     const TNAttrExpr* attr;
     const TNConstantExpr* constant;
     bool negated;
-    TNAttrExpr::EnumComparison& prepared;
+    tn_detail::EnumComparison& prepared;
     ptrdiff_t& slotDistance;
     const TNClass* verified = nullptr; // the class `prepared` is known to hold for in this walk
 
@@ -430,9 +432,16 @@ size_t TNAssociationExpr::count() const {
 }
 
 tn_detail::AttributeTestPlan& TNFilterExpr::attributeTest() const {
-    return m_plan.get([&](tn_detail::AttributeTestPlan& derived) {
-        recognizeAttributeTest(m_predicate.get(), derived);
-    });
+    return tn_detail::shapeCacheIn<tn_detail::AttributeTestPlan>(m_plan).get(
+        [&](tn_detail::AttributeTestPlan& derived) {
+            recognizeAttributeTest(m_predicate.get(), derived);
+        });
+}
+
+ptrdiff_t TNFilterExpr::testedSlotDistance() const noexcept {
+    const tn_detail::AttributeTestPlan* plan =
+        tn_detail::currentPlanIn<tn_detail::AttributeTestPlan>(m_plan);
+    return plan != nullptr ? plan->slotDistance : 0;
 }
 
 TNObjectSequence TNFilterExpr::operator()() const {
@@ -610,7 +619,7 @@ TNStringSequence TNMapExpr::operator()() const {
     TNStringSequence texts;
     const TNValueAbsExpr& function = tnOperand(*this, m_function);
     // A copy: the function may evaluate this map again, which may derive the plan anew.
-    const tn_detail::MapPlan plan = m_plan.get(
+    const tn_detail::MapPlan plan = tn_detail::shapeCacheIn<tn_detail::MapPlan>(m_plan).get(
         [&](tn_detail::MapPlan& derived) { recognizeMapFunction(m_function.get(), derived); });
     // x -> count(filter(test, [role] of x)), the filter's predicate an attribute test.
     std::optional<TestedLinkCount> tested;
@@ -657,7 +666,7 @@ TNStringSequence TNMapExpr::operator()() const {
             }
             // The linked objects are read only by a filter: where its attribute test reads,
             // or else from their first word.
-            TNAssociationTraversal::LookAhead loads(
+            tn_detail::LinkLookAhead loads(
                 *plan.step, first, count,
                 plan.filter != nullptr ? plan.filter->testedSlotDistance() : -1);
             for (size_t i = 0; i < count; ++i) {

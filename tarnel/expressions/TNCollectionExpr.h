@@ -66,35 +66,8 @@ public:
     TN_EXPR_FIELD(TNObjectExprPtr, object);
 };
 
-class TNFilterExpr;
-
 namespace tn_detail {
-// A filter's predicate recognized as x -> attr(name, x) == constant (or !=), x a plain variable,
-// which the filter compares itself, and the comparison it last prepared for a class of objects.
-struct AttributeTestPlan {
-    TNObjectVarExpr* variable = nullptr; // null: the predicate is evaluated node by node
-    const TNAttrExpr* attr = nullptr;
-    const TNConstantExpr* constant = nullptr;
-    bool negated = false;
-    TNAttrExpr::EnumComparison prepared;
-    // Where the slot compared lies in objects of the class last prepared for
-    // (TNObject::slotDistance): what a map's look-ahead loads of each object to be tested.
-    ptrdiff_t slotDistance = 0;
-};
-
-// What a map knows of its function from the function's shape. A function x -> count(C) (x a
-// plain variable) is evaluated by binding x and counting C, without the calls through the
-// abstraction and the count node. When C counts the links of one simple step from x, through
-// filters, the map also knows what each element's evaluation reads first: the step's links, and
-// the slot the filter nearest them tests. It starts loading these for the elements a few places
-// after the one it evaluates, so that the waits for memory of several elements overlap instead
-// of adding up.
-struct MapPlan {
-    TNObjectVarExpr* variable = nullptr;                  // null: the function is evaluated as is
-    const TNObjectCollectionExpr* counted = nullptr;      // C
-    const TNAssociationTraversal* step = nullptr;         // null: nothing is known ahead
-    const TNFilterExpr* filter = nullptr;                 // the filter nearest the links, if any
-};
+struct AttributeTestPlan; // internal/TNCollectionPlan.h
 } // namespace tn_detail
 
 // The elements of `collection` for which `predicate` yields a value whose asBoolean() is true,
@@ -110,21 +83,24 @@ public:
     // Counts the elements kept without gathering them.
     size_t count() const override;
     void prepareForDeletion() const override;
+
+    TN_EXPR_FIELD(SgxCyclicPtr<TNValueAbsExpr>, predicate);
+    TN_EXPR_FIELD(TNObjectCollectionExprPtr, collection);
+
+    // --- End of public API: what follows is the library's own ---
+public:
     // Where the predicate reads the objects it tests, for look-ahead loads: how far into an
     // object lies the slot its attribute test last compared (TNObject::slotDistance), or 0.
-    ptrdiff_t testedSlotDistance() const noexcept {
-        const tn_detail::AttributeTestPlan* plan = m_plan.current();
-        return plan != nullptr ? plan->slotDistance : 0;
-    }
+    ptrdiff_t testedSlotDistance() const noexcept;
     // What the predicate is recognized as, recognized again after any graph change: for the
     // filter itself, and for a node that compares the filter's elements the same way.
     tn_detail::AttributeTestPlan& attributeTest() const;
 
-    TN_EXPR_FIELD(SgxCyclicPtr<TNValueAbsExpr>, predicate);
-    TN_EXPR_FIELD(TNObjectCollectionExprPtr, collection);
-    // What the predicate was recognized as, kept from one evaluation to the next while no graph
-    // changes, so that a filter evaluated once per object of a report tests its shape once.
-    mutable tn_detail::ShapeCache<tn_detail::AttributeTestPlan> m_plan;
+private:
+    // What the predicate was recognized as (a ShapeCache<AttributeTestPlan>), kept from one
+    // evaluation to the next while no graph changes, so that a filter evaluated once per object
+    // of a report tests its shape once.
+    mutable tn_detail::OpaqueShapeCache m_plan;
 };
 
 // The concatenation, in order, of what `path` yields for each element of `collection`.
@@ -256,6 +232,9 @@ public:
 
     TN_EXPR_FIELD(SgxCyclicPtr<TNValueAbsExpr>, function);
     TN_EXPR_FIELD(TNObjectCollectionExprPtr, collection);
-    // What the function was recognized as, kept while no graph changes.
-    mutable tn_detail::ShapeCache<tn_detail::MapPlan> m_plan;
+
+    // --- End of public API: what follows is the library's own ---
+private:
+    // What the function was recognized as (a ShapeCache<MapPlan>), kept while no graph changes.
+    mutable tn_detail::OpaqueShapeCache m_plan;
 };

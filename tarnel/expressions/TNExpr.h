@@ -41,14 +41,11 @@
 
 class TNObject;
 
+// The library's own, needed this early by the family bases (the rest of it is at the end of
+// this header, after the public API).
 namespace tn_detail {
-// Advanced by every change to a node of any expression or traversal graph that can change what
-// the graph computes: a setter, a node assigned over another, a node read back from a stream.
-// Binding a variable is no such change. Nodes that derive a plan from the shape of the nodes
-// below them (a filter recognizing an attribute test, a traversal recognizing a closure) keep it
-// while the counter stays where it was: a node cannot tell which graphs another node is part of.
-TARNEL_API extern std::atomic<uint64_t> graphChanges;
-inline void graphChanged() noexcept { graphChanges.fetch_add(1, std::memory_order_relaxed); }
+// Counts a change to a graph (tn_detail::graphChanges).
+inline void graphChanged() noexcept;
 
 // A member of every node that takes no room: assigning a node over another changes a graph as
 // its setters do.
@@ -59,41 +56,6 @@ struct GraphChangeOnAssign {
         graphChanged();
         return *this;
     }
-};
-
-// What a node derived from the shape of its graph, with the graphChanges it was derived at.
-// Copies start empty, so that a copied node derives its own.
-template <class Plan> class ShapeCache {
-public:
-    ShapeCache() = default;
-    ShapeCache(const ShapeCache&) noexcept {}
-    ShapeCache& operator=(const ShapeCache&) noexcept {
-        seen = 0;
-        return *this;
-    }
-    // The plan, derived anew by derive(Plan&) from an empty one when some graph has changed
-    // since it was last derived.
-    template <class Derive> Plan& get(Derive derive) {
-        const uint64_t now = graphChanges.load(std::memory_order_relaxed);
-        if (seen != now) [[unlikely]]
-            rederive(derive, now);
-        return plan;
-    }
-    // The plan as last derived, or null when some graph has changed since (or none was).
-    const Plan* current() const noexcept {
-        return seen == graphChanges.load(std::memory_order_relaxed) ? &plan : nullptr;
-    }
-
-private:
-    // Out of line, so that get() inlines to a load and a comparison.
-    template <class Derive> [[gnu::noinline]] void rederive(Derive& derive, uint64_t now) {
-        plan = Plan();
-        derive(plan);
-        seen = now;
-    }
-
-    uint64_t seen = 0; // graphChanges starts at 1
-    Plan plan{};
 };
 } // namespace tn_detail
 
@@ -159,6 +121,9 @@ public:
     bool operator()(const SgxSimplePtr<TNObject>& object) const {
         return m_call(m_callable, object);
     }
+
+    // --- End of public API: what follows is the library's own ---
+
     // Hands over `count` elements from `first` in order, until the callable answers false
     // (then false): one indirect call for a whole array, the callable inlined in the loop. A
     // callable that also takes (first, count, uniform) gets the array whole; `uniform` says that
@@ -536,3 +501,74 @@ public:
     TN_EXPR_FIELD(SgxCyclicPtr<TNValueAbsExpr>, abstraction);
     TN_EXPR_FIELD(TNObjectExprPtr, parameter);
 };
+
+// --- End of public API: what follows is the library's own ---
+
+namespace tn_detail {
+// Advanced by every change to a node of any expression or traversal graph that can change what
+// the graph computes: a setter, a node assigned over another, a node read back from a stream.
+// Binding a variable is no such change. Nodes that derive a plan from the shape of the nodes
+// below them (a filter recognizing an attribute test, a traversal recognizing a closure) keep it
+// while the counter stays where it was: a node cannot tell which graphs another node is part of.
+TARNEL_API extern std::atomic<uint64_t> graphChanges;
+inline void graphChanged() noexcept { graphChanges.fetch_add(1, std::memory_order_relaxed); }
+
+// What a node derived from the shape of its graph, with the graphChanges it was derived at.
+// Copies start empty, so that a copied node derives its own.
+template <class Plan> class ShapeCache {
+public:
+    ShapeCache() = default;
+    ShapeCache(const ShapeCache&) noexcept {}
+    ShapeCache& operator=(const ShapeCache&) noexcept {
+        seen = 0;
+        return *this;
+    }
+    // The plan, derived anew by derive(Plan&) from an empty one when some graph has changed
+    // since it was last derived.
+    template <class Derive> Plan& get(Derive derive) {
+        const uint64_t now = graphChanges.load(std::memory_order_relaxed);
+        if (seen != now) [[unlikely]]
+            rederive(derive, now);
+        return plan;
+    }
+    // The plan as last derived, or null when some graph has changed since (or none was).
+    const Plan* current() const noexcept {
+        return seen == graphChanges.load(std::memory_order_relaxed) ? &plan : nullptr;
+    }
+
+private:
+    // Out of line, so that get() inlines to a load and a comparison.
+    template <class Derive> [[gnu::noinline]] void rederive(Derive& derive, uint64_t now) {
+        plan = Plan();
+        derive(plan);
+        seen = now;
+    }
+
+    uint64_t seen = 0; // graphChanges starts at 1
+    Plan plan{};
+};
+
+// A ShapeCache whose plan type only the library's sources know (see shapeCacheIn in
+// internal/TNCollectionPlan.h), so that a public header need not declare the plan. It is made
+// when first asked for and kept for the node's life: no evaluation allocates. Copies start empty.
+class OpaqueShapeCache {
+public:
+    OpaqueShapeCache() = default;
+    OpaqueShapeCache(const OpaqueShapeCache&) noexcept {}
+    OpaqueShapeCache& operator=(const OpaqueShapeCache&) noexcept {
+        release();
+        return *this;
+    }
+    ~OpaqueShapeCache() { release(); }
+
+    void* m_cache = nullptr;                  // a ShapeCache<Plan>, or null
+    void (*m_free)(void*) noexcept = nullptr; // deletes m_cache as what it is
+
+private:
+    void release() noexcept {
+        if (m_cache != nullptr)
+            m_free(m_cache);
+        m_cache = nullptr;
+    }
+};
+} // namespace tn_detail

@@ -1,5 +1,6 @@
 #include "tarnel/expressions/TNScalarExpr.h"
 
+#include "tarnel/expressions/internal/TNCollectionPlan.h"
 #include "tarnel/expressions/internal/TNPlan.h"
 
 #include "sgx/general/SgxException.h"
@@ -214,7 +215,8 @@ bool TNAttrExpr::equals(const TNConstantExpr& constant) const {
 }
 
 bool TNAttrExpr::enumComparison(const SgxSimplePtr<TNObject>& object,
-                                const TNConstantExpr& constant, EnumComparison& comparison) const {
+                                const TNConstantExpr& constant,
+                                tn_detail::EnumComparison& comparison) const {
     // An object of the class last read, the same constant name and the same literal: the slot
     // cache and the literal cache together settle everything but the slot's value.
     const TNObject* o = object.get();
@@ -224,19 +226,19 @@ bool TNAttrExpr::enumComparison(const SgxSimplePtr<TNObject>& object,
         typeid(nameNode) != typeid(TNConstantExpr) ||
         static_cast<const TNConstantExpr&>(nameNode).stamp() != m_cachedNameStamp)
         return false;
-    const EnumComparison cached = {.cls = cls,
-                                   .desc = m_cachedDesc,
-                                   .literal = m_literalIndex,
-                                   .literalCount = m_literalCount,
-                                   .classId = m_cachedClass,
-                                   .typeId = m_literalType};
+    const tn_detail::EnumComparison cached = {.cls = cls,
+                                              .desc = m_cachedDesc,
+                                              .literal = m_literalIndex,
+                                              .literalCount = m_literalCount,
+                                              .classId = m_cachedClass,
+                                              .typeId = m_literalType};
     if (!cached.holdsFor(cls))
         return false;
     comparison = cached;
     return true;
 }
 
-bool TNAttrExpr::EnumComparison::holdsFor(const TNClass* objectClass) const {
+bool tn_detail::EnumComparison::holdsFor(const TNClass* objectClass) const {
     if (objectClass == nullptr || objectClass != cls || cls->instanceId() != classId ||
         desc->type() != TNAttrEnumeration)
         return false;
@@ -246,7 +248,8 @@ bool TNAttrExpr::EnumComparison::holdsFor(const TNClass* objectClass) const {
 
 bool TNAttrExpr::equalsOn(const SgxSimplePtr<TNObject>& object,
                           const TNConstantExpr& constant) const {
-    if (EnumComparison comparison; enumComparison(object, constant, comparison)) [[likely]] {
+    if (tn_detail::EnumComparison comparison; enumComparison(object, constant, comparison))
+        [[likely]] {
         const int64_t index = (*object)[*comparison.desc].asLongInt();
         if (index >= 0 && static_cast<size_t>(index) < comparison.literalCount)
             return index == comparison.literal;

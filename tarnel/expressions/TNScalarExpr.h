@@ -18,6 +18,10 @@ class TNAttribute;
 class TNClass;
 class TNEnumType;
 
+namespace tn_detail {
+struct EnumComparison; // internal/TNCollectionPlan.h
+} // namespace tn_detail
+
 // Comparison of lhs with rhs, as TNValue::operator== and operator< compare them (lhs decides).
 // Yields a TNVBoolean. rhs is evaluated before lhs. TNGreater and TNLessEqual, when the two
 // values are not equal, evaluate both operands a second time (rhs first again) and decide on the
@@ -47,6 +51,7 @@ public:
     TN_EXPR_FIELD(TNValueExprPtr, rhs);
     TN_EXPR_FIELD(TNRelOp, op);
 
+    // --- End of public API: what follows is the library's own ---
 private:
     // Which operands can have no effect, derived again after any graph change.
     struct Plan {
@@ -196,40 +201,25 @@ public:
     bool equals(const TNValue& value) const;
     // equals(constant.constant()), remembering what it derived from the constant by its stamp.
     bool equals(const TNConstantExpr& constant) const;
+
+    TN_EXPR_FIELD(TNValueExprPtr, name);
+    TN_EXPR_FIELD(TNObjectExprPtr, object);
+
+    // --- End of public API: what follows is the library's own ---
+public:
     // equals(constant) when the object operand yields `object`, without evaluating the operand
     // (for a filter that binds the operand's variable itself).
     bool equalsOn(const SgxSimplePtr<TNObject>& object, const TNConstantExpr& constant) const;
-    // What equalsOn(object, constant) compares for objects of `object`'s class while the schema
-    // stays as it is: the descriptor of an enumeration attribute, the index of the literal the
-    // constant names (-1 for none) and the type's literal count (an index outside it is left to
-    // equalsOn, which raises). Fills `comparison` and answers true when the caches that an
-    // equalsOn call for `object` leaves behind settle it; false otherwise.
-    struct EnumComparison {
-        const TNClass* cls = nullptr;
-        const TNAttrDesc* desc = nullptr;
-        int64_t literal = -1;
-        size_t literalCount = 0;
-        // What tells, later, that the schema still has them: the ids of the class and of the
-        // enumeration type.
-        uint64_t classId = 0; // cls->instanceId()
-        uint64_t typeId = 0;  // TNEnumType::instanceId() of the descriptor's type
-
-        // Whether the comparison holds for objects of `objectClass` now: the class is the one
-        // it was made for (not one made at its address since), the descriptor still an
-        // enumeration of the same type, and the type has gained no literal (which the constant
-        // might name). Reads nothing through `cls` or `desc` unless `objectClass` is `cls`.
-        bool holdsFor(const TNClass* objectClass) const;
-    };
+    // Fills `comparison` with what equalsOn(object, constant) compares for objects of `object`'s
+    // class while the schema stays as it is, and answers true, when the caches that an equalsOn
+    // call for `object` leaves behind settle it; false otherwise.
     bool enumComparison(const SgxSimplePtr<TNObject>& object, const TNConstantExpr& constant,
-                        EnumComparison& comparison) const;
+                        tn_detail::EnumComparison& comparison) const;
     // The slot operator()() reads when the object operand yields `object`, found the same way
     // (raising what operator()() raises for it), without evaluating the operand.
     const TNAttribute& slotFor(const SgxSimplePtr<TNObject>& object) const {
         return slotOf(*object);
     }
-
-    TN_EXPR_FIELD(TNValueExprPtr, name);
-    TN_EXPR_FIELD(TNObjectExprPtr, object);
 
 private:
     TNAttribute& slotOf(TNObject& object) const;

@@ -5,6 +5,7 @@
 #include "tarnel/instances/TNObject.h"
 #include "tarnel/metamodel/TNClass.h"
 #include "tarnel/navigation/TNAssociation.h"
+#include "tarnel/navigation/internal/TNTraversalPlan.h"
 
 #include <algorithm>
 #include <atomic>
@@ -514,16 +515,16 @@ TNLinkView TNAssociationTraversal::links(const TNObject& object, const TNAssocia
     return m_cachedSlot >= 0 ? object.linksAt(m_cachedSlot) : object.links(assoc);
 }
 
-TNAssociationTraversal::LookAhead::LookAhead(const TNAssociationTraversal& step,
-                                             const SgxSimplePtr<TNObject>* objects, size_t count,
-                                             ptrdiff_t linkedBytes) noexcept
+tn_detail::LinkLookAhead::LinkLookAhead(const TNAssociationTraversal& step,
+                                        const SgxSimplePtr<TNObject>* objects, size_t count,
+                                        ptrdiff_t linkedBytes) noexcept
     : m_step(step), m_objects(objects), m_count(count), m_linkedBytes(linkedBytes) {
     // The first objects' own stage; before(i) starts it sourceAhead objects on.
     for (size_t i = 0; i < std::min(count, sourceAhead); ++i)
         __builtin_prefetch(objects[i].get());
 }
 
-void TNAssociationTraversal::LookAhead::before(size_t i) noexcept {
+void tn_detail::LinkLookAhead::before(size_t i) noexcept {
     const int32_t slot = m_step.m_cachedSlot;
     if (slot < 0)
         return; // no simple association followed yet: nothing is known of where links lie

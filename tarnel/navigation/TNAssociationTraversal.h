@@ -35,6 +35,10 @@ class TNClass;
 class TNCompoundAssociation;
 class TNObject;
 
+namespace tn_detail {
+class LinkLookAhead; // internal/TNTraversalPlan.h
+} // namespace tn_detail
+
 class TARNEL_API TNAssociationTraversal : public SgxCollectable, public SgxCyclicPtrBody {
     TN_DECLARE_COLLECTABLE(TNAssociationTraversal)
 public:
@@ -86,51 +90,6 @@ public:
         return m_addToResult && !m_associationToTraverse.empty() && m_condition.isNull() &&
                m_child.isNull() && m_sibling.isNull();
     }
-    // The objects forEach(source) would hand over, when this node is a single adding step
-    // without condition, child or sibling, `source` is of the class it last followed its
-    // association from, and they are a frozen array of originals of one class (or none): then
-    // `first` and `count` are set (count 0 for none) and the answer is true, with the same
-    // effect as forEach up to the visit, none. False, having changed nothing, in every other
-    // case: other nodes, other classes, lists still being populated, single links, arrays mixing
-    // classes, copies or nulls, and wherever forEach would raise (no class, too deep). For a
-    // caller that handles such an array itself and leaves the rest to forEach.
-    bool uniformLinks(const TNObject& source, const SgxSimplePtr<TNObject>*& first,
-                      size_t& count) const;
-
-    // Look-ahead for a caller that runs this node from each object of an array in turn (a map
-    // over a collection): before running it from objects[i], the caller calls before(i), which
-    // starts loading, without waiting for them, what the runs from a few objects further on will
-    // read: the object and its link word, then its link array, then `linkedBytes` bytes into
-    // each linked object (where a test of them reads; negative when nothing reads them). So the
-    // waits for memory of several objects overlap instead of adding up. It reads only what it
-    // loaded itself, only in objects of the class this node last followed its association
-    // from, and changes nothing; the objects must stay live while it is used. Nothing it loads
-    // is needed for correctness, so a wrong guess costs time only.
-    class TARNEL_API LookAhead {
-    public:
-        LookAhead(const TNAssociationTraversal& step, const SgxSimplePtr<TNObject>* objects,
-                  size_t count, ptrdiff_t linkedBytes) noexcept;
-        void before(size_t i) noexcept;
-
-    private:
-        // How many objects ahead of the one run each stage loads: far enough for a load to
-        // arrive before the next stage reads it, near enough to be still in cache when used.
-        static constexpr size_t sourceAhead = 8;
-        static constexpr size_t linksAhead = 4;
-        static constexpr size_t linkedAhead = 2;
-        struct Links {
-            const SgxSimplePtr<TNObject>* first = nullptr;
-            size_t count = 0;
-        };
-        static constexpr size_t ringSize = 4; // > linksAhead - linkedAhead, a power of two
-
-        const TNAssociationTraversal& m_step;
-        const SgxSimplePtr<TNObject>* m_objects;
-        size_t m_count;
-        ptrdiff_t m_linkedBytes;
-        Links m_ring[ringSize]; // the link array found for object j, at j % ringSize
-    };
-
     // Claims the condition's nodes, then the child and the sibling, so that deleting this node
     // deletes the whole graph below it once.
     void prepareForDeletion() const override;
@@ -179,7 +138,22 @@ public:
     void saveGuts(RWvostream& stream) const override;
     void restoreGuts(RWvistream& stream) override;
 
+    // --- End of public API: what follows is the library's own ---
+    // The objects forEach(source) would hand over, when this node is a single adding step
+    // without condition, child or sibling, `source` is of the class it last followed its
+    // association from, and they are a frozen array of originals of one class (or none): then
+    // `first` and `count` are set (count 0 for none) and the answer is true, with the same
+    // effect as forEach up to the visit, none. False, having changed nothing, in every other
+    // case: other nodes, other classes, lists still being populated, single links, arrays mixing
+    // classes, copies or nulls, and wherever forEach would raise (no class, too deep). For a
+    // caller that handles such an array itself and leaves the rest to forEach.
+    bool uniformLinks(const TNObject& source, const SgxSimplePtr<TNObject>*& first,
+                      size_t& count) const;
+
 private:
+    // Reads the remembered slot and link words of the objects it loads ahead for.
+    friend class tn_detail::LinkLookAhead;
+
     // Nodes are not copied: a copy would share the links without being part of the graph.
     TNAssociationTraversal(const TNAssociationTraversal&);
 

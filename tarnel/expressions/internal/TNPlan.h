@@ -36,8 +36,9 @@
 //
 // Plans kept elsewhere, each derived from a narrower family of graphs and still to be folded
 // into the rules above: a filter's attribute test against a constant (TNFilterExpr::
-// attributeTest), a map counting links (TNMapExpr's MapPlan and its look-ahead), a sort by an
-// attribute key (TNCollectionExpr.cpp) and the recursive closure count of TNAssociationTraversal.
+// attributeTest; TNCollectionPlan.h), a map counting links (TNMapExpr's MapPlan, same header,
+// and its look-ahead, navigation/internal/TNTraversalPlan.h), a sort by an attribute key
+// (TNCollectionExpr.cpp) and the recursive closure count of TNAssociationTraversal.
 // All of them re-derive after any graph change (tn_detail::ShapeCache).
 #pragma once
 
