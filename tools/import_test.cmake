@@ -50,3 +50,13 @@ Item: 2
 " import xmi --ecore ${WORK}/shop.ecore ${WORK}/shop.xmi)
 expect_run(1 "tarnel import: ${WORK}/bad.xmi:3:3: class 'Item' has no feature 'cost'
 " import xmi --ecore ${WORK}/shop.ecore ${WORK}/bad.xmi)
+
+# A query on the imported model: the items with a price, counted.
+execute_process(COMMAND ${TARNEL} query --ecore ${WORK}/shop.ecore --xmi ${WORK}/shop.xmi
+                        "Item.allInstances()->select(i | i.price > 1.0)->size()"
+                RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+string(FIND "${out}" "\n1\n(integer)\nevaluated in " at)
+string(FIND "${out}" " ms on the imported model of 3 objects\n" model)
+if(NOT rc EQUAL 0 OR at EQUAL -1 OR model EQUAL -1)
+    message(FATAL_ERROR "tarnel query --ecore --xmi: exit ${rc}\nprinted:\n${out}${err}")
+endif()

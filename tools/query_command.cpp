@@ -11,6 +11,7 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -23,6 +24,8 @@ double microsecondsSince(Clock::time_point start) {
 struct Options {
     size_t demo = 0;
     std::string schemaFile;
+    std::string ecoreFile;
+    std::vector<std::string> xmiFiles;
     std::string file;
     std::string text;
     bool print = false;
@@ -110,9 +113,37 @@ TNQuery compileOrFail(const TNSchema& schema, const std::string& text, const Opt
     }
 }
 
+// Evaluates `query` from `start` and prints the result and the time, saying what the model was.
+void evaluateAndPrint(const TNQuery& query, const SgxSimplePtr<TNObject>& start,
+                      const std::string& model) {
+    try {
+        const Clock::time_point begin = Clock::now();
+        const TNQueryResult result = query.evaluate(start);
+        const double us = microsecondsSince(begin);
+        printResult(result);
+        std::cout << "evaluated in " << us / 1000 << " ms on " << model << "\n";
+    } catch (const SgxException& e) {
+        fail("evaluation failed: " + e.reasonText());
+    }
+}
+
+// The object an imported model's queries start from: its root when it has one, else the oldest
+// object of the first class that has any.
+SgxSimplePtr<TNObject> startOf(const TNSchema& schema) {
+    if (!schema.rootObject().isNull())
+        return schema.rootObject();
+    for (const auto& cls : schema.classes())
+        if (!cls->instances().empty())
+            return cls->instances().front();
+    return {};
+}
+
 void run(const Options& options) {
-    if ((options.demo != 0) == !options.schemaFile.empty())
-        fail("give either --demo N or --schema FILE");
+    const bool imported = !options.ecoreFile.empty() || !options.xmiFiles.empty();
+    if ((options.demo != 0) + !options.schemaFile.empty() + imported != 1)
+        fail("give one of --demo N, --schema FILE, or --ecore META --xmi FILE...");
+    if (imported && (options.ecoreFile.empty() || options.xmiFiles.empty()))
+        fail("--ecore and --xmi go together");
     if (options.file.empty() == options.text.empty())
         fail("give either the query TEXT or --file F");
     const std::string text = readQuery(options);
@@ -126,35 +157,49 @@ void run(const Options& options) {
         compileOrFail(*schema, text, options);
         return;
     }
-    const size_t n = std::max<size_t>(10000, options.demo / 10000 * 10000);
     TNSchema schema;
+    if (imported) {
+        try {
+            importModels(schema, options.ecoreFile, options.xmiFiles);
+        } catch (const SgxException& e) {
+            fail(e.reasonText());
+        }
+        const TNQuery query = compileOrFail(schema, text, options);
+        size_t objects = 0;
+        for (const auto& cls : schema.classes())
+            objects += cls->instances().size();
+        evaluateAndPrint(query, startOf(schema),
+                         "the imported model of " + std::to_string(objects) + " objects");
+        return;
+    }
+    const size_t n = std::max<size_t>(10000, options.demo / 10000 * 10000);
     w1::TarnelModel model(schema);
     w1::generate(model, n);
     schema.donePopulating();
     w1::defineAllClasses(schema);
     const TNQuery query = compileOrFail(schema, text, options);
-    try {
-        const Clock::time_point start = Clock::now();
-        const TNQueryResult result = query.evaluateOnModel(schema);
-        const double us = microsecondsSince(start);
-        printResult(result);
-        std::cout << "evaluated in " << us / 1000 << " ms on the W1 model of " << w1::objectCount(n)
-                  << " objects\n";
-    } catch (const SgxException& e) {
-        fail("evaluation failed: " + e.reasonText());
-    }
+    evaluateAndPrint(query, schema.rootObject(),
+                     "the W1 model of " + std::to_string(w1::objectCount(n)) + " objects");
 }
 
 } // namespace
 
 void addQueryCommand(CLI::App& app) {
     CLI::App* query = app.add_subcommand(
-        "query", "Compile a query against a schema file, or evaluate it on a W1 model; exit status "
-                 "1 with the error when it does not compile");
+        "query", "Compile a query against a schema file, or evaluate it on a W1 model or on XMI "
+                 "models; exit status 1 with the error when it does not compile");
     auto options = std::make_shared<Options>();
     query->add_option("--demo", options->demo,
                       "Evaluate on the W1 model of N objects (rounded to 10,000), from its root");
     query->add_option("--schema", options->schemaFile, "Only compile, against this schema file");
+    query->add_option("--ecore", options->ecoreFile,
+                      "Evaluate on models imported from XMI files (--xmi) of this metamodel, "
+                      "from the model's root or its oldest object");
+    // One file an option, so that the query text after it is not taken for a file.
+    query
+        ->add_option("--xmi", options->xmiFiles,
+                     "An XMI model file of the --ecore metamodel (repeat for more)")
+        ->allow_extra_args(false);
     query->add_option("--file", options->file, "Read the query from this file");
     query->add_flag("--print", options->print, "Print the query's canonical text");
     query->add_option("TEXT", options->text, "The query");
