@@ -760,17 +760,7 @@ private:
 // preceded by a type qualifier ("ecore:EDataType http://...#//EString").
 std::vector<std::string> referenceList(std::string_view text) {
     std::vector<std::string> tokens;
-    size_t i = 0;
-    while (i < text.size()) {
-        while (i < text.size() && std::isspace(static_cast<unsigned char>(text[i])))
-            ++i;
-        size_t j = i;
-        while (j < text.size() && !std::isspace(static_cast<unsigned char>(text[j])))
-            ++j;
-        if (j > i)
-            tokens.emplace_back(text.substr(i, j - i));
-        i = j;
-    }
+    forEachToken(text, [&](std::string_view token) { tokens.emplace_back(token); });
     std::vector<std::string> refs;
     for (size_t k = 0; k < tokens.size(); ++k) {
         const bool qualifier = tokens[k].find('#') == std::string::npos && k + 1 < tokens.size() &&

@@ -32,20 +32,6 @@ bool isBlank(std::string_view text) {
     return true;
 }
 
-template <class F> void forEachToken(std::string_view text, F&& f) {
-    size_t i = 0;
-    while (i < text.size()) {
-        while (i < text.size() && std::isspace(static_cast<unsigned char>(text[i])))
-            ++i;
-        size_t j = i;
-        while (j < text.size() && !std::isspace(static_cast<unsigned char>(text[j])))
-            ++j;
-        if (j > i)
-            f(text.substr(i, j - i));
-        i = j;
-    }
-}
-
 std::string canonicalPath(const std::string& path) {
     std::error_code ec;
     const fs::path p = fs::weakly_canonical(fs::path(path), ec);

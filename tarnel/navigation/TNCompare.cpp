@@ -100,16 +100,16 @@ void TNCompare::restoreGuts(RWvistream& stream) {
     RWCollectable* read = nullptr;
     stream >> read;
     // Types are checked before anything is handed to the persistence library: a reference back
-    // to an object this restore did not create (the specification itself, say) must not be
+    // to an object this restore did not create (the sort order itself, say) must not be
     // registered, as the registry would delete it. Until then a failure leaves what was read to
     // the restore, which deletes it.
     auto* list = dynamic_cast<RWOrdered*>(read);
     if (list == nullptr)
-        SgxException::raise("Invalid sort specification: expected RWOrdered; got " +
+        SgxException::raise("Invalid sort order: expected RWOrdered; got " +
                             (read == nullptr ? SgxString("nil") : read->stringID()));
     for (const RWCollectable* entry : *list)
         if (dynamic_cast<const TNCompareElement*>(entry) == nullptr)
-            SgxException::raise("Invalid sort specification: expected TNCompareElement; got " +
+            SgxException::raise("Invalid sort order: expected TNCompareElement; got " +
                                 (entry == nullptr ? SgxString("nil") : entry->stringID()));
     registerCollectable(list);
     // The entries belong to the persistence library once the collection lets go of them. Every

@@ -1,9 +1,9 @@
-// TNCompare: a persistable sort specification for the host, an ordered list of sort keys; and
+// TNCompare: a persistable sort order for the host, an ordered list of sort keys; and
 // TNCompareElement, one key with three flags. The library defines, copies and persists these
 // records but never sorts by them: the host reads them back with elements() and gives the flags
 // their meaning (ascending or descending, case sensitivity, numeric order, ...).
 //
-// Ownership: a specification owns its elements by value; copies are deep, and elements() hands
+// Ownership: a sort order owns its elements by value; copies are deep, and elements() hands
 // out a copy. Neither class refers to any other object.
 //
 // Persisted records:
@@ -67,9 +67,9 @@ private:
 class TARNEL_API TNCompare : public SgxCollectable {
     TN_DECLARE_COLLECTABLE(TNCompare)
 public:
-    // An empty specification.
+    // An empty sort order.
     TNCompare() = default;
-    // A specification of that one element.
+    // A sort order of that one element.
     TNCompare(const SgxString& key, bool option1, bool option2, bool option3);
     TNCompare(const TNCompare&) = default;
     TNCompare& operator=(const TNCompare&) = default;

@@ -2,9 +2,11 @@
 // .ecore files, each tied to the schema element made for it. Internal to the importer library.
 // Everything is owned by TNEcoreMetamodel::Impl; the pointers between records borrow.
 #pragma once
+
 #include "tarnel/import/TNImport.h"
 #include "tarnel/tarnel.h"
 
+#include <cctype>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -110,6 +112,21 @@ struct Package {
 // Parses `text` as a value of `kind` into `slot`; false when the text does not fit.
 bool assignValue(TNAttribute& slot, ValueKind kind, const Classifier* enumeration,
                  std::string_view text);
+
+// Calls `f` with each white-space separated token of `text`, in order.
+template <class F> void forEachToken(std::string_view text, F&& f) {
+    size_t i = 0;
+    while (i < text.size()) {
+        while (i < text.size() && std::isspace(static_cast<unsigned char>(text[i])))
+            ++i;
+        size_t j = i;
+        while (j < text.size() && !std::isspace(static_cast<unsigned char>(text[j])))
+            ++j;
+        if (j > i)
+            f(text.substr(i, j - i));
+        i = j;
+    }
+}
 
 // The references of a reference-valued XML attribute: white-space separated URIs or ids, each
 // maybe preceded by a type qualifier ("ecore:EDataType http://...#//EString").

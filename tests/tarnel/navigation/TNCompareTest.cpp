@@ -150,19 +150,19 @@ TEST(TNCompare, BadRecordsAreRefusedAndChangeNothing) {
     withText.insert(&element);
     withText.insert(&text);
     withNil.insert(nullptr);
-    // The list is a back-reference to the specification itself.
+    // The list is a back-reference to the sort order itself.
     std::string selfReference = record(nullptr);
     selfReference.back() = 1;
     selfReference += std::string(4, '\0');
 
     const std::string good = storeToStream(TNCompare("a", true, false, false));
     const std::vector<std::pair<std::string, std::string>> cases = {
-        {record(&text), "Invalid sort specification: expected RWOrdered; got RWCollectableString"},
-        {record(nullptr), "Invalid sort specification: expected RWOrdered; got nil"},
+        {record(&text), "Invalid sort order: expected RWOrdered; got RWCollectableString"},
+        {record(nullptr), "Invalid sort order: expected RWOrdered; got nil"},
         {record(&withText),
-         "Invalid sort specification: expected TNCompareElement; got RWCollectableString"},
-        {record(&withNil), "Invalid sort specification: expected TNCompareElement; got nil"},
-        {selfReference, "Invalid sort specification: expected RWOrdered; got TNCompare"},
+         "Invalid sort order: expected TNCompareElement; got RWCollectableString"},
+        {record(&withNil), "Invalid sort order: expected TNCompareElement; got nil"},
+        {selfReference, "Invalid sort order: expected RWOrdered; got TNCompare"},
     };
     TNCompare spec("kept", false, false, false);
     for (const auto& [data, error] : cases)
