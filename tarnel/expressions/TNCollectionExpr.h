@@ -146,8 +146,7 @@ public:
 
     // Appends a key after those already given.
     void key(const SgxCyclicPtr<TNValueAbsExpr>& key, bool ascending) {
-        m_keys.push_back({key, ascending});
-        tn_detail::graphChanged();
+        m_keys.update([&](std::vector<SortKey>& keys) { keys.push_back({key, ascending}); });
     }
 
     TN_EXPR_FIELD(std::vector<SortKey>, keys);

@@ -24,6 +24,7 @@
 // setters and assignments, which make every such plan derived anew.
 #pragma once
 
+#include "sgx/general/SgxCountedPtr.h"
 #include "sgx/general/SgxCyclicPtr.h"
 #include "sgx/general/SgxObject.h"
 #include "sgx/general/SgxSimplePtr.h"
@@ -46,6 +47,85 @@ class TNObject;
 namespace tn_detail {
 // Counts a change to a graph (tn_detail::graphChanges).
 inline void graphChanged() noexcept;
+
+// A field of a node that decides what its graph computes (an operand, an operator, a name, a
+// flag). It changes only by assignment, and every assignment counts as a change to the graph,
+// so that no setter, assignment or restore can leave a plan derived from the old value in use.
+// It reads as the value it holds: converted, through ->, and with the usual observers of a
+// sequence or text. update() is the one way to change it in place.
+template <class T> class GraphField {
+public:
+    GraphField() = default;
+    GraphField(const T& value) : m_value(value) {}
+    GraphField(const GraphField&) = default;
+    GraphField& operator=(const GraphField& other) { return *this = other.m_value; }
+    GraphField& operator=(const T& value) {
+        m_value = value;
+        graphChanged();
+        return *this;
+    }
+    // Changes the value in place through change(T&), counted as one change to the graph.
+    template <class Change> void update(Change&& change) {
+        change(m_value);
+        graphChanged();
+    }
+
+    const T& value() const noexcept { return m_value; }
+    operator const T&() const noexcept { return m_value; }
+    const T* operator->() const noexcept { return &m_value; }
+    auto begin() const noexcept requires requires(const T& v) { v.begin(); }
+    { return m_value.begin(); }
+    auto end() const noexcept requires requires(const T& v) { v.end(); }
+    { return m_value.end(); }
+    bool empty() const noexcept requires requires(const T& v) { v.empty(); }
+    { return m_value.empty(); }
+    size_t size() const noexcept requires requires(const T& v) { v.size(); }
+    { return m_value.size(); }
+
+private:
+    T m_value{};
+};
+
+// A pointer field (SgxCyclicPtr, SgxSimplePtr, SgxCountedPtr): the pointer itself, whose one
+// mutator, assignment, counts as a change to the graph. Being the pointer, it passes wherever
+// the pointer is asked for (tnOperand, tnClaimOperands) and reads as one.
+template <class Pointer> class GraphPointerField : public Pointer {
+public:
+    using Pointer::Pointer;
+    GraphPointerField() = default;
+    GraphPointerField(const Pointer& pointer) : Pointer(pointer) {}
+    GraphPointerField(const GraphPointerField&) = default;
+    GraphPointerField& operator=(const GraphPointerField& other) {
+        return *this = static_cast<const Pointer&>(other);
+    }
+    GraphPointerField& operator=(const Pointer& pointer) {
+        Pointer::operator=(pointer);
+        graphChanged();
+        return *this;
+    }
+    // A raw or derived pointer, made into the pointer first.
+    template <class Other>
+    requires(std::is_convertible_v<Other, Pointer> &&
+             !std::is_base_of_v<Pointer, Other>) GraphPointerField&
+    operator=(const Other& pointer) {
+        return *this = Pointer(pointer);
+    }
+};
+template <class T> class GraphField<SgxCyclicPtr<T>> : public GraphPointerField<SgxCyclicPtr<T>> {
+public:
+    using GraphPointerField<SgxCyclicPtr<T>>::GraphPointerField;
+    using GraphPointerField<SgxCyclicPtr<T>>::operator=;
+};
+template <class T> class GraphField<SgxSimplePtr<T>> : public GraphPointerField<SgxSimplePtr<T>> {
+public:
+    using GraphPointerField<SgxSimplePtr<T>>::GraphPointerField;
+    using GraphPointerField<SgxSimplePtr<T>>::operator=;
+};
+template <class T> class GraphField<SgxCountedPtr<T>> : public GraphPointerField<SgxCountedPtr<T>> {
+public:
+    using GraphPointerField<SgxCountedPtr<T>>::GraphPointerField;
+    using GraphPointerField<SgxCountedPtr<T>>::operator=;
+};
 
 // A member of every node that takes no room: assigning a node over another changes a graph as
 // its setters do.
@@ -239,19 +319,17 @@ protected:
 
 // Declares the field m_<name> of type Type, default-initialised (null pointer, operator 0,
 // false), with its getter name() const, which returns a copy (a copied pointer never owns), and
-// its setter name(const Type&), a plain assignment that never deletes the operand it replaces
-// (and counts as a change to the graph, tn_detail::graphChanges). Leaves the class in its private
-// section.
+// its setter name(const Type&), a plain assignment that never deletes the operand it replaces.
+// The field is a tn_detail::GraphField: every assignment to it, by the setter, a node assigned
+// over another or a restore, counts as a change to the graph (tn_detail::graphChanges), and the
+// node's code can read it but not change it otherwise. Leaves the class in its private section.
 #define TN_EXPR_FIELD(Type, name)                                                                  \
 public:                                                                                            \
     Type name() const { return m_##name; }                                                         \
-    void name(const Type& new_##name) {                                                            \
-        m_##name = new_##name;                                                                     \
-        tn_detail::graphChanged();                                                                 \
-    }                                                                                              \
+    void name(const Type& new_##name) { m_##name = new_##name; }                                   \
                                                                                                    \
 private:                                                                                           \
-    Type m_##name {}
+    tn_detail::GraphField<Type> m_##name {}
 
 // The operand `operand` of `node`, for evaluating it: `*operand` (operator*() const), or
 // `operand.operator->()` for tnVariable. A null operand raises what that access raises; a checked

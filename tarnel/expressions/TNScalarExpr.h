@@ -155,15 +155,14 @@ public:
 
     TNValue value() const { return m_value; }
     void value(const TNValue& newValue) {
-        m_value = newValue;
         m_stamp = nextStamp();
-        tn_detail::graphChanged();
+        m_value = newValue;
     }
 
 private:
     static uint64_t nextStamp() noexcept { return SgxInstanceId::next(); }
 
-    TNValue m_value;
+    tn_detail::GraphField<TNValue> m_value;
     uint64_t m_stamp = nextStamp();
 };
 

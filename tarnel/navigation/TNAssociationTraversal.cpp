@@ -357,7 +357,6 @@ inline const TNAssociationTraversal::Closure* TNAssociationTraversal::closure() 
 void TNAssociationTraversal::setAssociationToTraverse(const SgxString& associationToTraverse) {
     m_associationToTraverse = associationToTraverse;
     m_cachedClass = 0;
-    tn_detail::graphChanged();
 }
 
 void TNAssociationTraversal::traverse(std::vector<SgxSimplePtr<TNObject>>& result,
@@ -487,8 +486,9 @@ bool TNAssociationTraversal::uniformLinks(const TNObject& source,
 
 const TNAssociation* TNAssociationTraversal::findAssociation(const TNObject& object) const {
     const TNClass& cls = *object.getClass();
-    const int32_t index = cls.findAssocIndex(m_associationToTraverse);
-    m_cachedAssociation = index < 0 ? nullptr : cls.getAssociation(m_associationToTraverse).get();
+    const SgxString& name = m_associationToTraverse;
+    const int32_t index = cls.findAssocIndex(name);
+    m_cachedAssociation = index < 0 ? nullptr : cls.getAssociation(name).get();
     m_cachedSlot = m_cachedAssociation != nullptr && m_cachedAssociation->isSimple()
                        ? object.linkSlot(*m_cachedAssociation)
                        : -1;
@@ -610,12 +610,13 @@ void TNAssociationTraversal::saveGuts(RWvostream& stream) const {
 
 void TNAssociationTraversal::restoreGuts(RWvistream& stream) {
     SgxCollectable::restoreGuts(stream);
-    sgxStringFromStream(stream, m_associationToTraverse);
+    SgxString associationToTraverse;
+    sgxStringFromStream(stream, associationToTraverse);
+    m_associationToTraverse = associationToTraverse;
     char addToResult = 0;
     stream >> addToResult;
     m_addToResult = addToResult != 0;
     m_child = restoreLink(stream);
     m_sibling = restoreLink(stream);
     m_cachedClass = 0;
-    tn_detail::graphChanged();
 }

@@ -95,23 +95,11 @@ public:
     void prepareForDeletion() const override;
 
     void setAssociationToTraverse(const SgxString& associationToTraverse);
-    void setAddToResult(bool addToResult) {
-        m_addToResult = addToResult;
-        tn_detail::graphChanged();
-    }
+    void setAddToResult(bool addToResult) { m_addToResult = addToResult; }
     void setDepthFirstEvaluation(bool depthFirst) { m_depthFirstEvaluation = depthFirst; }
-    void setCondition(SgxCountedPtr<TNValueAbsExpr> condition) {
-        m_condition = condition;
-        tn_detail::graphChanged();
-    }
-    void setChild(SgxCyclicPtr<TNAssociationTraversal> child) {
-        m_child = child;
-        tn_detail::graphChanged();
-    }
-    void setSibling(SgxCyclicPtr<TNAssociationTraversal> sibling) {
-        m_sibling = sibling;
-        tn_detail::graphChanged();
-    }
+    void setCondition(SgxCountedPtr<TNValueAbsExpr> condition) { m_condition = condition; }
+    void setChild(SgxCyclicPtr<TNAssociationTraversal> child) { m_child = child; }
+    void setSibling(SgxCyclicPtr<TNAssociationTraversal> sibling) { m_sibling = sibling; }
 
     SgxString associationToTraverse() const { return m_associationToTraverse; }
     bool addToResult() const { return m_addToResult; }
@@ -181,12 +169,13 @@ private:
     // (Defined inline where the walks are.)
     bool frozenLinkWord(const TNObject& object, uintptr_t& word) const noexcept;
 
-    SgxString m_associationToTraverse;
-    bool m_addToResult = false;
-    bool m_depthFirstEvaluation = false;
-    SgxCountedPtr<TNValueAbsExpr> m_condition;
-    SgxCyclicPtr<TNAssociationTraversal> m_child;
-    SgxCyclicPtr<TNAssociationTraversal> m_sibling;
+    // What the walk does: each assignment counts as a change to the graph (tn_detail::GraphField).
+    tn_detail::GraphField<SgxString> m_associationToTraverse;
+    tn_detail::GraphField<bool> m_addToResult;
+    tn_detail::GraphField<bool> m_depthFirstEvaluation;
+    tn_detail::GraphField<SgxCountedPtr<TNValueAbsExpr>> m_condition;
+    tn_detail::GraphField<SgxCyclicPtr<TNAssociationTraversal>> m_child;
+    tn_detail::GraphField<SgxCyclicPtr<TNAssociationTraversal>> m_sibling;
 
     // Where the last class seen keeps the association: saves the two name lookups per object
     // that asking the class (associationExists, then objects by name) would cost. Classes and

@@ -1,4 +1,6 @@
 #include "tarnel/expressions/TNExpr.h"
+#include "tarnel/expressions/TNCollectionExpr.h"
+#include "tarnel/navigation/TNAssociationTraversal.h"
 
 #include "ExprTestNodes.h"
 
@@ -158,4 +160,36 @@ TEST(TNExpr, AbstractionAndApplyBindTheVariable) {
               "Null dereference of SgxCyclicPtr<T>::operator->() const");
     deleteOperandsOf(abstraction), deleteOperandsOf(apply), deleteOperandsOf(noVariable);
     delete sharing; // let go by the setter, and owning nothing
+}
+
+// Plans are kept while tn_detail::graphChanges stays put, so every way of changing what a graph
+// computes must advance it, and binding a variable, which happens per element, must not.
+TEST(TNExpr, EveryChangeToAGraphIsCountedAndBindingIsNot) {
+    auto* constant = new TNConstantExpr(TNValue(1));
+    auto* sum = plus(constant, constant);
+    auto* variable = new TNObjectVarExpr();
+    auto* index = new ObjectIndex(variable);
+    auto* sort = new TNSortExpr();
+    auto* step = new TNAssociationTraversal("owner", true);
+    const std::pair<const char*, std::function<void()>> changes[] = {
+        {"field setter", [&] { sum->rhs(index); }},
+        {"host node's field setter", [&] { index->object(variable); }},
+        {"node assigned over another", [&] { *sum = TNArithmeticExpr(); }},
+        {"constant's value", [&] { constant->value(TNValue(2)); }},
+        {"sort key appended", [&] { sort->key(nullptr, true); }},
+        {"traversal's name", [&] { step->setAssociationToTraverse("class"); }},
+        {"traversal's flag", [&] { step->setDepthFirstEvaluation(true); }},
+        {"traversal's child", [&] { step->setChild(nullptr); }},
+    };
+    for (const auto& [what, change] : changes) {
+        const uint64_t before = tn_detail::graphChanges.load();
+        change();
+        EXPECT_GT(tn_detail::graphChanges.load(), before) << what;
+    }
+    const uint64_t before = tn_detail::graphChanges.load();
+    variable->object(fakeObject(1));
+    EXPECT_EQ(tn_detail::graphChanges.load(), before);
+    for (SgxObject* node : std::initializer_list<SgxObject*>{constant, sum, variable, index, sort})
+        delete node;
+    delete step;
 }
