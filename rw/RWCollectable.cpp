@@ -8,6 +8,7 @@
 #include <functional>
 #include <limits>
 #include <memory>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -19,6 +20,7 @@ namespace {
 struct FactoryEntry {
     RWuserCreator create;
     RWStringID name;
+    RWClassID id;
 };
 
 struct Factory {
@@ -54,7 +56,7 @@ void rwAddToFactory(RWuserCreator create, RWClassID id, const RWStringID& name) 
         (byName != f.byName.end() && byName->second != id))
         SgxException::raise("Class \"" + name + "\" (id " + std::to_string(id) +
                             ") conflicts with a class already in the factory");
-    f.byId[id] = FactoryEntry{create, name};
+    f.byId[id] = FactoryEntry{create, name, id};
     f.byName[name] = id;
 }
 
@@ -88,6 +90,15 @@ RWStringID rwClassName(RWClassID id) {
 struct RWStreamAccess {
     static RWSaveContext*& context(RWvostream& stream) { return stream.m_saveContext; }
     static RWRestoreContext*& context(RWvistream& stream) { return stream.m_restoreContext; }
+    // The next `size` bytes, consumed, when the stream's window holds them; else null and nothing
+    // consumed. The bytes stay valid while the stream reads on.
+    static const char* take(RWvistream& stream, size_t size) {
+        if (static_cast<size_t>(stream.m_windowEnd - stream.m_window) < size)
+            return nullptr;
+        const auto* bytes = reinterpret_cast<const char*>(stream.m_window);
+        stream.m_window += size;
+        return bytes;
+    }
 };
 
 namespace {
@@ -223,14 +234,19 @@ public:
     size_t size() const { return m_objects.size(); }
     // Marks the object read with `index` as being read (or no longer).
     void setReading(size_t index, bool reading) { m_objects[index].reading = reading; }
-    // The object read with `index`; null when it has been deleted since.
+    // The object read with `index`; null when it has been deleted since or was read in place.
     RWCollectable* at(size_t index) const { return m_objects[index].object; }
+    bool readInPlace(size_t index) const { return m_objects[index].inPlace; }
+
+    // Takes the next number for an object read in place: nothing is made, so nothing is owned,
+    // and a back-reference to the number finds no object.
+    void addInPlace() { m_objects.push_back(Entry{nullptr, NoOwner, false, false, false, true}); }
 
     // Enters a new object; when `created`, the context owns it until it is adopted (and deletes
     // it here if entering fails).
     void add(RWCollectable* object, bool created) {
         std::unique_ptr<RWCollectable> owner(created ? object : nullptr);
-        m_objects.push_back(Entry{object, NoOwner, created, false, false});
+        m_objects.push_back(Entry{object, NoOwner, created, false, false, false});
         try {
             m_indexOf.insert(object, static_cast<uint32_t>(m_objects.size() - 1));
         } catch (...) {
@@ -252,20 +268,25 @@ public:
         }
     }
 
-    // The create function registered under `name`, or null. The few classes of a restore are
-    // looked up in the factory once each, then found here by a short scan.
-    RWuserCreator creatorOf(const RWStringID& name) {
-        for (const auto& [known, create] : m_creators)
-            if (known == name)
-                return create;
-        const auto found = factory().byName.find(name);
-        const FactoryEntry* entry =
-            found == factory().byName.end() ? nullptr : findEntry(found->second);
-        if (entry == nullptr)
+    // The class registered under `name` (its create function and id), or null. The few classes
+    // of a restore are looked up in the factory once each, then found here by a short scan.
+    const FactoryEntry* entryOf(std::string_view name) {
+        // Records come in runs of one class (the elements of a list): try the last one first.
+        if (m_lastCreator < m_creators.size() && m_creators[m_lastCreator].first == name)
+            return &m_creators[m_lastCreator].second;
+        for (size_t i = 0; i < m_creators.size(); ++i)
+            if (m_creators[i].first == name) {
+                m_lastCreator = i;
+                return &m_creators[i].second;
+            }
+        const auto found = factory().byName.find(RWStringID(name));
+        if (found == factory().byName.end())
             return nullptr;
-        if (m_creators.size() < 16)
-            m_creators.emplace_back(name, entry->create);
-        return entry->create;
+        const FactoryEntry* entry = findEntry(found->second);
+        if (entry == nullptr || m_creators.size() >= 16)
+            return entry;
+        m_creators.emplace_back(name, *entry);
+        return &m_creators.back().second;
     }
 
     unsigned depth = 0;
@@ -283,11 +304,15 @@ private:
         uint32_t owner; // index of the adopting object, NoOwner when none or outside the data
         bool created;
         bool adopted;
-        bool reading = false; // its restoreGuts is running
+        bool reading; // its restoreGuts is running
+        bool inPlace; // read without an object (rwRestoreInPlace)
     };
     std::vector<Entry> m_objects;
-    SgxPointerIndex m_indexOf;
-    std::vector<std::pair<RWStringID, RWuserCreator>> m_creators;
+    // Entered once per object and searched for objects it holds (adoptions): see Placement.
+    SgxPointerIndex m_indexOf{SgxPointerIndex::Placement::ByPage};
+    // The classes met so far (at most 16), with their factory entries.
+    std::vector<std::pair<RWStringID, FactoryEntry>> m_creators;
+    size_t m_lastCreator = 0;
 };
 
 namespace {
@@ -350,10 +375,21 @@ void saveReference(RWvostream& stream, const RWCollectable* object) {
     writeDeferred(stream, context);
 }
 
+// A request to read a new object of class `id` without making it (rwRestoreInPlace); `done`
+// tells whether the reference was one.
+struct InPlaceRead {
+    RWClassID id;
+    void (*readGuts)(RWvistream&, void*);
+    void* state;
+    bool done = false;
+};
+
 // Reads one reference. With a `target`, the reference must be a new object of the target's class,
-// restored into the target.
-RWCollectable* readReference(RWvistream& stream, RWRestoreContext& context, RWCollectable* target) {
-    const uint64_t at = stream.offset();
+// restored into the target. With an `inPlace` request, a new object of its class is read by the
+// request instead of being made.
+// Offsets for messages are worked out from the bytes read so far only when a message is made.
+RWCollectable* readReference(RWvistream& stream, RWRestoreContext& context, RWCollectable* target,
+                             InPlaceRead* inPlace = nullptr) {
     uint8_t tag;
     stream >> tag;
     if (tag == TagNil || tag == TagBackReference) {
@@ -361,7 +397,7 @@ RWCollectable* readReference(RWvistream& stream, RWRestoreContext& context, RWCo
             RWvistream::raiseFormatError("Expected a new object of class \"" + target->stringID() +
                                              "\", found a " + (tag == TagNil ? "nil" : "back-") +
                                              "reference",
-                                         at);
+                                         stream.offset() - 1);
         if (tag == TagNil)
             return nullptr;
         uint32_t index;
@@ -370,57 +406,78 @@ RWCollectable* readReference(RWvistream& stream, RWRestoreContext& context, RWCo
             RWvistream::raiseFormatError("Back-reference to object " + std::to_string(index) +
                                              " when " + std::to_string(context.size()) +
                                              " objects have been read",
-                                         at);
+                                         stream.offset() - 5);
         RWCollectable* object = context.at(index);
         if (object == nullptr)
             RWvistream::raiseFormatError("Back-reference to object " + std::to_string(index) +
-                                             ", which no longer exists",
-                                         at);
+                                             (context.readInPlace(index)
+                                                  ? ", which was read in place and is not kept"
+                                                  : ", which no longer exists"),
+                                         stream.offset() - 5);
         return object;
     }
     if (tag != TagNewObject && tag != TagDeclaredObject)
-        RWvistream::raiseFormatError("Invalid reference tag " + std::to_string(tag), at);
+        RWvistream::raiseFormatError("Invalid reference tag " + std::to_string(tag),
+                                     stream.offset() - 1);
     if (tag == TagDeclaredObject && target != nullptr)
         RWvistream::raiseFormatError("Expected a new object of class \"" + target->stringID() +
                                          "\", found a declaration",
-                                     at);
+                                     stream.offset() - 1);
 
-    const uint64_t nameAt = stream.offset();
     uint32_t nameLength;
     stream >> nameLength;
     if (nameLength > RWMaxClassNameLength)
         RWvistream::raiseFormatError("Class name of " + std::to_string(nameLength) +
                                          " bytes is longer than " +
                                          std::to_string(RWMaxClassNameLength),
-                                     nameAt);
-    stream.checkCount(nameLength, 1, "class name bytes");
-    // Read into the context's buffer: no allocation per object once it has grown.
-    RWStringID& name = context.className;
-    name.resize(nameLength);
-    stream.get(name.data(), nameLength);
+                                     stream.offset() - 4);
+    // Seen where it lies when the stream is in memory, else read into the context's buffer: no
+    // allocation per object either way.
+    std::string_view name;
+    if (const char* bytes = RWStreamAccess::take(stream, nameLength)) {
+        name = std::string_view(bytes, nameLength);
+    } else {
+        stream.checkCount(nameLength, 1, "class name bytes");
+        context.className.resize(nameLength);
+        stream.get(context.className.data(), nameLength);
+        name = context.className;
+    }
+    const uint64_t referenceBytes = 1 + 4 + uint64_t{nameLength};
     if (context.depth >= RWMaxNestingDepth)
-        RWvistream::raiseFormatError(
-            "Objects nested deeper than " + std::to_string(RWMaxNestingDepth), at);
+        RWvistream::raiseFormatError("Objects nested deeper than " +
+                                         std::to_string(RWMaxNestingDepth),
+                                     stream.offset() - referenceBytes);
 
     RWCollectable* object = target;
     if (target != nullptr) {
-        if (name != target->stringID())
+        if (name != std::string_view(target->stringID()))
             RWvistream::raiseFormatError("Expected an object of class \"" + target->stringID() +
-                                             "\", found \"" + name + "\"",
-                                         nameAt);
+                                             "\", found \"" + SgxString(name) + "\"",
+                                         stream.offset() - referenceBytes + 1);
         context.add(target, false);
     } else {
-        const RWuserCreator create = context.creatorOf(name);
-        object = create != nullptr ? create() : nullptr;
+        const FactoryEntry* entry = context.entryOf(name);
+        if (entry != nullptr && inPlace != nullptr && tag == TagNewObject &&
+            entry->id == inPlace->id) {
+            context.addInPlace();
+            inPlace->done = true;
+            DepthGuard nested(context.depth);
+            inPlace->readGuts(stream, inPlace->state);
+            return nullptr;
+        }
+        object = entry != nullptr ? entry->create() : nullptr;
         if (object == nullptr)
-            RWvistream::raiseFormatError("Unknown class \"" + name + "\"", nameAt);
+            RWvistream::raiseFormatError("Unknown class \"" + SgxString(name) + "\"",
+                                         stream.offset() - referenceBytes + 1);
         context.add(object, true);
     }
     if (tag == TagDeclaredObject) {
         // Only a class that allows it may arrive without its guts: any other would be read by
         // its holder before it has them.
         if (!object->canDeferGuts())
-            RWvistream::raiseFormatError("Class \"" + name + "\" cannot be declared ahead", nameAt);
+            RWvistream::raiseFormatError("Class \"" + SgxString(name) +
+                                             "\" cannot be declared ahead",
+                                         stream.offset() - referenceBytes + 1);
         context.deferred.push_back(static_cast<uint32_t>(context.size() - 1));
         return object;
     }
@@ -452,15 +509,16 @@ void readDeferred(RWvistream& stream, RWRestoreContext& context) {
     context.depth = depth;
 }
 
-RWCollectable* restoreReference(RWvistream& stream, RWCollectable* target) {
+RWCollectable* restoreReference(RWvistream& stream, RWCollectable* target,
+                                InPlaceRead* inPlace = nullptr) {
     RWRestoreContext*& slot = RWStreamAccess::context(stream);
     if (slot != nullptr)
-        return readReference(stream, *slot, target);
+        return readReference(stream, *slot, target, inPlace);
     RWRestoreContext context;
     slot = &context;
     ContextSlotReset<RWRestoreContext> reset{slot};
     try {
-        RWCollectable* object = readReference(stream, context, target);
+        RWCollectable* object = readReference(stream, context, target, inPlace);
         readDeferred(stream, context);
         return object;
     } catch (...) {
@@ -479,6 +537,15 @@ void rwSaveDeferredGuts(RWvostream& stream) {
 void rwRestoreDeferredGuts(RWvistream& stream) {
     if (RWRestoreContext* context = RWStreamAccess::context(stream))
         readDeferred(stream, *context);
+}
+
+RWCollectable* rwRestoreInPlace(RWvistream& stream, RWClassID id,
+                                void (*readGuts)(RWvistream&, void*), void* state,
+                                bool& readInPlace) {
+    InPlaceRead request{id, readGuts, state};
+    RWCollectable* object = restoreReference(stream, nullptr, &request);
+    readInPlace = request.done;
+    return object;
 }
 
 void rwAdopt(const RWCollectable* object, const RWCollectable* owner) {

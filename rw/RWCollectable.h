@@ -51,6 +51,7 @@
 #include "sgx/general/SgxString.h"
 
 #include <cstdint>
+#include <type_traits>
 
 class RWCollectable;
 class RWFile;
@@ -152,6 +153,28 @@ RWTOOLS_API RWStringID rwClassName(RWClassID id);
 // never be freed). Does nothing for null, for objects the running restore did not read, and when
 // no restore runs.
 RWTOOLS_API void rwAdopt(const RWCollectable* object, const RWCollectable* owner = nullptr);
+
+// Reads a reference as operator>> does, except that a new object (not a declaration) of the class
+// registered under `id` is not made: `readGuts(stream, state)` reads the guts that the class's
+// restoreGuts would read, at the depth the object would have had, and the object's number in the
+// restore goes to nothing, so that a later back-reference to it raises. For records framed in
+// helper collections that nobody keeps (lists of names, say), whose objects would otherwise be
+// made, entered, owned and deleted one by one. Sets `readInPlace` and returns null when the
+// reference was read in place; otherwise returns what operator>> returns (owned as it describes)
+// with `readInPlace` false. Raises what operator>> and `readGuts` raise, after releasing what the
+// restore created when the call is the outermost one.
+RWTOOLS_API RWCollectable* rwRestoreInPlace(RWvistream& stream, RWClassID id,
+                                            void (*readGuts)(RWvistream&, void*), void* state,
+                                            bool& readInPlace);
+// The same with any callable `readGuts(stream)`.
+template <class ReadGuts>
+RWCollectable* rwRestoreInPlace(RWvistream& stream, RWClassID id, ReadGuts&& readGuts,
+                                bool& readInPlace) {
+    using Callable = std::remove_reference_t<ReadGuts>;
+    return rwRestoreInPlace(
+        stream, id, [](RWvistream& s, void* f) { (*static_cast<Callable*>(f))(s); },
+        const_cast<void*>(static_cast<const void*>(&readGuts)), readInPlace);
+}
 
 // Inside saveGuts: writes now the guts of every object whose guts the running store deferred and
 // has not written yet (those objects may defer more; all are written). Does nothing outside a

@@ -21,5 +21,5 @@ bool RWCollectableString::isEqual(const RWCollectable* other) const {
     return that != nullptr && that->m_text == m_text;
 }
 
-void RWCollectableString::restoreGuts(RWvistream& stream) { stream >> m_text; }
+void RWCollectableString::restoreGuts(RWvistream& stream) { restoreText(stream, m_text); }
 void RWCollectableString::saveGuts(RWvostream& stream) const { stream << m_text; }

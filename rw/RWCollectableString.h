@@ -21,6 +21,9 @@ public:
     using RWCollectable::saveGuts;
     void restoreGuts(RWvistream& stream) override;
     void saveGuts(RWvostream& stream) const override;
+    // Reads the guts restoreGuts reads into `text`: for readers of a string in place
+    // (rwRestoreInPlace).
+    static void restoreText(RWvistream& stream, SgxString& text) { stream >> text; }
 
     const SgxString& str() const { return m_text; }
     operator const SgxString&() const { return m_text; }

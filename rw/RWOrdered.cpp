@@ -20,12 +20,17 @@ bool RWOrdered::isEqual(const RWCollectable* other) const {
     return true;
 }
 
-void RWOrdered::restoreGuts(RWvistream& stream) {
-    m_items.clear();
+uint32_t RWOrdered::restoreCount(RWvistream& stream) {
     uint32_t count;
     stream >> count;
     // Each element takes at least its one-byte reference tag.
     stream.checkCount(count, 1, "collection elements");
+    return count;
+}
+
+void RWOrdered::restoreGuts(RWvistream& stream) {
+    m_items.clear();
+    const uint32_t count = restoreCount(stream);
     m_items.reserve(count);
     try {
         for (uint32_t i = 0; i < count; ++i) {

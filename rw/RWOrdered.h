@@ -27,6 +27,10 @@ public:
     // reading fails.
     void restoreGuts(RWvistream& stream) override;
     void saveGuts(RWvostream& stream) const override;
+    // Reads the element count that begins the guts, raising SgxException when that many elements
+    // cannot fit in the bytes left; restoreGuts then reads one reference per element. For readers
+    // of a collection in place (rwRestoreInPlace).
+    static uint32_t restoreCount(RWvistream& stream);
 
     // Appends `item` and returns it.
     RWCollectable* insert(RWCollectable* item);

@@ -28,19 +28,11 @@ RWvistream& RWvistream::operator>>(double& v) {
     return *this;
 }
 
-RWvistream& RWvistream::operator>>(SgxString& text) {
-    const uint64_t at = offset();
-    uint32_t length;
-    getLE<uint32_t>(length);
+RWvistream& RWvistream::getText(SgxString& text, uint32_t length) {
     if (length > bytesLeft())
         raiseFormatError("String length " + std::to_string(length) + " exceeds the " +
                              std::to_string(bytesLeft()) + " bytes left",
-                         at);
-    if (static_cast<size_t>(m_windowEnd - m_window) >= length) {
-        text.assign(reinterpret_cast<const char*>(m_window), length);
-        m_window += length;
-        return *this;
-    }
+                         offset() - sizeof length);
     text.resize(length);
     if (length != 0)
         readBytes(text.data(), length);
@@ -57,8 +49,11 @@ RWvistream& RWvistream::getThroughStream(void* data, size_t size) {
 }
 
 void RWvistream::checkCount(uint64_t count, uint64_t minBytesEach, const char* what) const {
-    // Divide rather than multiply, so a huge count cannot wrap around and pass.
-    if (minBytesEach != 0 && count > bytesLeft() / minBytesEach)
+    // Divide rather than multiply, so a huge count cannot wrap around and pass. What fits in the
+    // window fits in the bytes left.
+    if (minBytesEach == 0 || count <= static_cast<uint64_t>(m_windowEnd - m_window) / minBytesEach)
+        return;
+    if (count > bytesLeft() / minBytesEach)
         raiseFormatError("Count of " + std::to_string(count) + " " + what + " exceeds the " +
                          std::to_string(bytesLeft()) + " bytes left");
 }

@@ -93,7 +93,17 @@ public:
     RWvistream& operator>>(double& v);
     // Reads a 32-bit length and that many bytes; raises SgxException when the length exceeds the
     // bytes left.
-    RWvistream& operator>>(SgxString& text);
+    RWvistream& operator>>(SgxString& text) {
+        uint32_t length;
+        getLE<uint32_t>(length);
+        // The window holds no more than the bytes left, so text it holds needs no further check.
+        if (static_cast<size_t>(m_windowEnd - m_window) >= length) [[likely]] {
+            text.assign(reinterpret_cast<const char*>(m_window), length);
+            m_window += length;
+            return *this;
+        }
+        return getText(text, length);
+    }
 
     // Reads exactly `size` raw bytes; raises SgxException when fewer are left.
     RWvistream& get(void* data, size_t size) {
@@ -133,6 +143,8 @@ protected:
 private:
     friend struct RWStreamAccess;
     RWvistream& getThroughStream(void* data, size_t size);
+    // The rest of operator>>(SgxString&) when the window cannot serve.
+    RWvistream& getText(SgxString& text, uint32_t length);
 
     template <class T> RWvistream& get8(T& v) {
         unsigned char byte;

@@ -28,30 +28,23 @@ RWOrdered* stringList(const std::vector<SgxString>& texts) {
     return list;
 }
 
-// Reads a reference that must be an RWOrdered; registers it, so it is freed with the guard.
-RWOrdered* restoreList(RWvistream& stream, const SgxString& problem) {
-    RWCollectable* read = nullptr;
-    stream >> read;
-    registerCollectable(read);
-    auto* list = dynamic_cast<RWOrdered*>(read);
-    if (list == nullptr)
-        SgxException::raise(problem + classOf(read));
-    return list;
+// Reads a reference that must be a new RWCollectableString, in place, into `text`. False, with
+// what was found instead in `other`, for anything else; called for the elements of a list read
+// in place, so the running restore frees what it made there when the caller raises.
+bool restoreText(RWvistream& stream, SgxString& text, RWCollectable*& other) {
+    bool inPlace = false;
+    other = rwRestoreInPlace(
+        stream, RWCollectableString::classIsA(),
+        [&text](RWvistream& s) { RWCollectableString::restoreText(s, text); }, inPlace);
+    return inPlace;
 }
 
-// The texts of a list of RWCollectableString, each registered; raises `problem` + the class of
-// the first element that is not one.
-std::vector<SgxString> listTexts(const RWOrdered& list, const SgxString& problem) {
-    for (RWCollectable* entry : list) {
-        if (dynamic_cast<const RWCollectableString*>(entry) == nullptr)
-            SgxException::raise(problem + classOf(entry));
-        registerCollectable(entry);
-    }
-    std::vector<SgxString> texts;
-    texts.reserve(list.entries());
-    for (const RWCollectable* entry : list)
-        texts.push_back(static_cast<const RWCollectableString*>(entry)->str());
-    return texts;
+constexpr const char* invalidMappedVector = "Invalid string mapped vector: ";
+
+// Room for the elements of a list of `count` objects with texts: each takes at least a tag, a
+// class name length and a text length, so a damaged count cannot make a large reservation.
+size_t textRoom(const RWvistream& stream, uint32_t count) {
+    return static_cast<size_t>(std::min<uint64_t>(count, stream.bytesLeft() / 9));
 }
 
 } // namespace
@@ -61,10 +54,16 @@ void tnSaveStrings(RWvostream& stream, const std::vector<SgxString>& texts) {
 }
 
 std::vector<SgxString> tnRestoreStrings(RWvistream& stream, const SgxString& record) {
-    RWOrdered* list = restoreList(stream, "Invalid " + record + ": expected RWOrdered; got ");
-    std::vector<SgxString> texts =
-        listTexts(*list, "Invalid " + record + ": expected RWCollectableString; got ");
-    list->clear();
+    std::vector<SgxString> texts;
+    tnRestoreList(
+        stream, [&] { return "Invalid " + record + ": expected RWOrdered; got "; },
+        [&](uint32_t count) { texts.reserve(textRoom(stream, count)); },
+        [&](RWvistream& s, uint32_t) {
+            RWCollectable* other = nullptr;
+            if (!restoreText(s, texts.emplace_back(), other))
+                SgxException::raise("Invalid " + record + ": expected RWCollectableString; got " +
+                                    classOf(other));
+        });
     return texts;
 }
 
@@ -85,8 +84,7 @@ void tnSaveVector(RWvostream& stream, const std::vector<const RWCollectable*>& o
     stream << list;
 }
 
-RWOrdered* tnMappedVector(
-    const std::vector<std::pair<SgxString, const RWCollectable*>>& entries) {
+RWOrdered* tnMappedVector(const std::vector<std::pair<SgxString, const RWCollectable*>>& entries) {
     std::vector<SgxString> names;
     names.reserve(entries.size());
     RWOrdered* objects = registeredList();
@@ -107,58 +105,71 @@ void tnSaveMappedVector(RWvostream& stream,
 
 std::vector<RWCollectable*> tnRestoreVector(RWvistream& stream, const char* typeName,
                                             bool (*isType)(const RWCollectable*)) {
-    RWOrdered* list = restoreList(stream, "Invalid vector: expected RWOrdered; got ");
-    for (const RWCollectable* entry : *list)
-        if (!isType(entry))
-            SgxException::raise(SgxString("Invalid type in vector! Expected ") + typeName +
-                                "; got " + classOf(entry));
-    std::vector<RWCollectable*> objects(list->begin(), list->end());
-    list->clear();
+    std::vector<RWCollectable*> objects;
+    tnRestoreList(
+        stream, [] { return SgxString("Invalid vector: expected RWOrdered; got "); },
+        [&](uint32_t count) { objects.reserve(count); },
+        [&](RWvistream& s, uint32_t) {
+            RWCollectable* object = nullptr;
+            s >> object;
+            if (!isType(object))
+                SgxException::raise(SgxString("Invalid type in vector! Expected ") + typeName +
+                                    "; got " + classOf(object));
+            objects.push_back(object);
+        });
     return objects;
-}
-
-std::vector<std::pair<SgxString, RWCollectable*>>
-tnMappedEntries(RWCollectable* read, const char* typeName, bool (*isType)(const RWCollectable*)) {
-    const SgxString invalid = "Invalid string mapped vector: ";
-    registerCollectable(read);
-    auto* pair = dynamic_cast<RWOrdered*>(read);
-    if (pair == nullptr)
-        SgxException::raise(invalid + "expected RWOrdered; got " + classOf(read));
-    if (pair->entries() != 2)
-        SgxException::raise(invalid + "expected 2 lists; got " + std::to_string(pair->entries()));
-    auto* names = dynamic_cast<RWOrdered*>(pair->at(0));
-    auto* objects = dynamic_cast<RWOrdered*>(pair->at(1));
-    registerCollectable(names);
-    registerCollectable(objects);
-    if (names == nullptr || objects == nullptr || names == objects)
-        SgxException::raise(invalid + "expected two RWOrdered");
-    if (names->entries() != objects->entries())
-        SgxException::raise(invalid + std::to_string(names->entries()) + " names for " +
-                            std::to_string(objects->entries()) + " objects");
-    std::vector<std::pair<SgxString, RWCollectable*>> entries;
-    entries.reserve(names->entries());
-    for (size_t i = 0; i < names->entries(); ++i) {
-        const RWCollectable* entry = names->at(i);
-        if (!tnIsA<RWCollectableString>(entry))
-            SgxException::raise("Invalid type in string mapped vector! Expected String; got " +
-                                classOf(names->at(i)));
-        registerCollectable(names->at(i));
-        RWCollectable* object = objects->at(i);
-        if (!isType(object))
-            SgxException::raise(SgxString("Invalid type in string mapped vector! Expected ") +
-                                typeName + "; got " + classOf(object));
-        entries.emplace_back(static_cast<const RWCollectableString*>(entry)->str(), object);
-    }
-    names->clear();
-    objects->clear();
-    pair->clear();
-    return entries;
 }
 
 std::vector<std::pair<SgxString, RWCollectable*>>
 tnRestoreMappedVector(RWvistream& stream, const char* typeName,
                       bool (*isType)(const RWCollectable*)) {
-    RWCollectable* read = nullptr;
-    stream >> read;
-    return tnMappedEntries(read, typeName, isType);
+    std::vector<std::pair<SgxString, RWCollectable*>> entries;
+    const auto names = [&](RWvistream& s) {
+        tnRestoreList(
+            s, [] { return SgxString(invalidMappedVector) + "expected two RWOrdered; got "; },
+            [&](uint32_t count) { entries.reserve(textRoom(s, count)); },
+            [&](RWvistream& in, uint32_t) {
+                RWCollectable* other = nullptr;
+                if (!restoreText(in, entries.emplace_back().first, other))
+                    SgxException::raise(
+                        "Invalid type in string mapped vector! Expected String; got " +
+                        classOf(other));
+            });
+    };
+    const auto objects = [&](RWvistream& s) {
+        tnRestoreList(
+            s, [] { return SgxString(invalidMappedVector) + "expected two RWOrdered; got "; },
+            [&](uint32_t count) {
+                if (count != entries.size())
+                    SgxException::raise(invalidMappedVector + std::to_string(entries.size()) +
+                                        " names for " + std::to_string(count) + " objects");
+            },
+            [&](RWvistream& in, uint32_t i) {
+                RWCollectable* object = nullptr;
+                in >> object;
+                if (!isType(object))
+                    SgxException::raise(
+                        SgxString("Invalid type in string mapped vector! Expected ") + typeName +
+                        "; got " + classOf(object));
+                entries[i].second = object;
+            });
+    };
+    tnRestoreList(
+        stream, [] { return SgxString(invalidMappedVector) + "expected RWOrdered; got "; },
+        [&](uint32_t count) {
+            if (count != 2)
+                SgxException::raise(SgxString(invalidMappedVector) + "expected 2 lists; got " +
+                                    std::to_string(count));
+        },
+        [&](RWvistream& s, uint32_t i) { i == 0 ? names(s) : objects(s); });
+    return entries;
+}
+
+SgxString tnClassOf(const RWCollectable* object) { return classOf(object); }
+
+void tnRaiseNotAList(RWCollectable* other, const SgxString& problem) {
+    // When the list was the outermost read, what came instead is the caller's: the guard frees
+    // it. Inside a restore, registering takes it from the restore, which would free it too.
+    registerCollectable(other);
+    SgxException::raise(problem + classOf(other));
 }

@@ -5,20 +5,22 @@
 // Writing: every helper collection made here is registered with registerCollectable, so the
 // innermost live StartPersistence frees it; the caller's guts hold such a guard.
 //
-// Reading trusts nothing: every collection read is registered (so freed by the guard whatever
-// happens), every element is type-checked before it is returned, and a failure raises
-// SgxException with the texts below. The objects returned are not adopted: the caller decides
-// who owns them (rwAdopt) and must do so before anything else can raise, or the restore frees
-// them.
+// Reading trusts nothing: every element is type-checked as it is read, and a failure raises
+// SgxException with the texts below. The collections and the texts are read in place
+// (rwRestoreInPlace): no object is made for them, so a back-reference to one raises. Anything
+// found where a collection was expected is handed to registerCollectable (freed by the guard);
+// anything else the restore made is freed by the restore when it fails. The objects returned are
+// not adopted: the caller decides who owns them (rwAdopt) and must do so before anything else
+// can raise, or the restore frees them.
 #pragma once
 
 #include "rw/RWCollectable.h"
+#include "rw/RWOrdered.h"
 #include "sgx/general/SgxString.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <utility>
-
-class RWOrdered;
 #include <vector>
 
 // Writes `texts` as one RWOrdered of RWCollectableString, in order.
@@ -60,9 +62,30 @@ std::vector<RWCollectable*> tnRestoreVector(RWvistream& stream, const char* type
 std::vector<std::pair<SgxString, RWCollectable*>>
 tnRestoreMappedVector(RWvistream& stream, const char* typeName,
                       bool (*isType)(const RWCollectable*));
-// The same checks on a collection already read (`read` is registered, whatever it is).
-std::vector<std::pair<SgxString, RWCollectable*>>
-tnMappedEntries(RWCollectable* read, const char* typeName, bool (*isType)(const RWCollectable*));
+
+// The class name of `object` for messages; "nil" for null.
+SgxString tnClassOf(const RWCollectable* object);
+// Hands `other` to registerCollectable, then raises SgxException `problem` + its class.
+[[noreturn]] void tnRaiseNotAList(RWCollectable* other, const SgxString& problem);
+
+// Reads a reference that must be a new RWOrdered, in place: `count(n)` is given its element
+// count, then `element(stream, i)` reads the reference of each element i. Anything else raises
+// through tnRaiseNotAList with the text `problem()` returns.
+template <class Problem, class Count, class Element>
+void tnRestoreList(RWvistream& stream, Problem&& problem, Count&& count, Element&& element) {
+    bool inPlace = false;
+    RWCollectable* other = rwRestoreInPlace(
+        stream, RWOrdered::classIsA(),
+        [&](RWvistream& in) {
+            const uint32_t n = RWOrdered::restoreCount(in);
+            count(n);
+            for (uint32_t i = 0; i < n; ++i)
+                element(in, i);
+        },
+        inPlace);
+    if (!inPlace)
+        tnRaiseNotAList(other, problem());
+}
 
 // The type tests the readers take.
 // An object of T's own class (its class id; most records hold exactly the class they expect) is
@@ -100,14 +123,4 @@ tnCastEntries(std::vector<std::pair<SgxString, RWCollectable*>>&& entries) {
     for (auto& [name, object] : entries)
         result.emplace_back(std::move(name), static_cast<T*>(object));
     return result;
-}
-template <class T>
-std::vector<std::pair<SgxString, T*>> tnRestoreMappedVectorOf(RWvistream& stream,
-                                                              const char* typeName) {
-    return tnCastEntries<T>(tnRestoreMappedVector(stream, typeName, &tnIsA<T>));
-}
-template <class T>
-std::vector<std::pair<SgxString, T*>> tnMappedEntriesOf(RWCollectable* read,
-                                                       const char* typeName) {
-    return tnCastEntries<T>(tnMappedEntries(read, typeName, &tnIsA<T>));
 }

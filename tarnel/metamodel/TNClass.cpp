@@ -4,8 +4,8 @@
 #include "sgx/general/SgxException.h"
 #include "sgx/persistence/SgxStringPersistence.h"
 #include "sgx/persistence/StartPersistence.h"
-#include "tarnel/core/TNRecords.h"
 #include "tarnel/core/TNException.h"
+#include "tarnel/core/TNRecords.h"
 #include "tarnel/instances/TNObject.h"
 #include "tarnel/metamodel/TNAttrDesc.h"
 #include "tarnel/metamodel/TNEnumType.h"
@@ -392,19 +392,22 @@ std::vector<const RWCollectable*> plain(const std::vector<SgxSimplePtr<TNClass>>
 
 // Takes the restored members into `items` and `index` at the positions they are read in, each
 // owned by `owner` from then on. `key` names a member as the file lists it.
+// The entries are of type T (tnRestoreMappedVector checked them).
 template <class T, class Key>
 void takeMembers(const TNClass& owner, const SgxString& className,
-                 std::vector<std::pair<SgxString, T*>> entries, std::vector<SgxSimplePtr<T>>& items,
-                 TNNameMap<int32_t>& index, Key key) {
+                 std::vector<std::pair<SgxString, RWCollectable*>> entries,
+                 std::vector<SgxSimplePtr<T>>& items, TNNameMap<int32_t>& index, Key key) {
     items.reserve(entries.size());
     index.reserve(entries.size());
-    for (auto& [name, member] : entries) {
+    for (auto& [name, object] : entries) {
+        T* member = static_cast<T*>(object);
         // Owned before anything else can raise: the class deletes what it holds.
         rwAdopt(member, &owner);
         items.push_back(member);
         if (key(*member) != name)
             raiseInvalid(className, "member " + key(*member) + " listed as " + name);
-        if (!index.emplace(name, static_cast<int32_t>(items.size() - 1)).second)
+        // try_emplace leaves the name alone when it is taken, for the message.
+        if (!index.try_emplace(std::move(name), static_cast<int32_t>(items.size() - 1)).second)
             raiseInvalid(className, "member " + name + " listed twice");
     }
 }
@@ -417,31 +420,32 @@ void TNClass::saveGuts(RWvostream& stream) const {
     sgxStringToStream(stream, m_name);
     stream << static_cast<const RWCollectable*>(m_schema.get());
     stream << static_cast<const RWCollectable*>(m_classIdentifier.get());
-    tnSaveMappedVector(stream, tnByName(m_attributes, [](const TNAttrDesc& d) { return d.m_name; }));
-    tnSaveMappedVector(stream, tnByName(m_associations, [](const TNAssociation& a) {
-                           return a.m_otherRoleName;
-                       }));
+    tnSaveMappedVector(stream,
+                       tnByName(m_attributes, [](const TNAttrDesc& d) { return d.m_name; }));
+    tnSaveMappedVector(
+        stream, tnByName(m_associations, [](const TNAssociation& a) { return a.m_otherRoleName; }));
     tnSaveVector(stream, plain(m_children));
     tnSaveVector(stream, plain(m_parents));
     stream << m_flags;
 }
 
 void TNClass::restoreGuts(RWvistream& stream) {
-    // No guard of its own: the lists read here are freed by the enclosing guard (the
-    // schema's), once the whole record is read; a name may still be listed elsewhere in it.
+    // No guard of its own: the lists are read in place (TNRecords.h), and what their readers
+    // hand to registerCollectable on a failure is freed by the enclosing guard (the schema's).
     if (!m_name.empty() || !m_attributes.empty() || !m_associations.empty() ||
         !m_classIdentifier.isNull())
         SgxException::raise("A class is restored only into an empty one");
     SgxCollectable::restoreGuts(stream);
     sgxStringFromStream(stream, m_name);
     m_schema = tnRestoreReference<TNSchema>(stream, "class", "TNSchema");
-    auto* identifier =
-        tnRestoreReference<TNClassIdentifier>(stream, "class", "TNClassIdentifier");
+    auto* identifier = tnRestoreReference<TNClassIdentifier>(stream, "class", "TNClassIdentifier");
     rwAdopt(identifier, this);
     m_classIdentifier = identifier;
 
-    takeMembers(*this, m_name, tnRestoreMappedVectorOf<TNAttrDesc>(stream, "TNAttrDesc"),
-                m_attributes, m_attrIndex, [](const TNAttrDesc& d) { return d.m_name; });
+    takeMembers<TNAttrDesc>(*this, m_name,
+                            tnRestoreMappedVector(stream, "TNAttrDesc", &tnIsA<TNAttrDesc>),
+                            m_attributes, m_attrIndex,
+                            [](const TNAttrDesc& d) -> const SgxString& { return d.m_name; });
     for (size_t i = 0; i < m_attributes.size(); ++i) {
         TNAttrDesc& desc = *m_attributes[i];
         if (desc.m_class.get() != this)
@@ -450,9 +454,10 @@ void TNClass::restoreGuts(RWvistream& stream) {
             raiseInvalid(m_name, "enumeration attribute " + desc.m_name + " has no type");
         desc.m_position = static_cast<int32_t>(i);
     }
-    takeMembers(*this, m_name, tnRestoreMappedVectorOf<TNAssociation>(stream, "TNAssociation"),
-                m_associations, m_assocIndex,
-                [](const TNAssociation& a) { return a.m_otherRoleName; });
+    takeMembers<TNAssociation>(
+        *this, m_name, tnRestoreMappedVector(stream, "TNAssociation", &tnIsA<TNAssociation>),
+        m_associations, m_assocIndex,
+        [](const TNAssociation& a) -> const SgxString& { return a.m_otherRoleName; });
     for (size_t i = 0; i < m_associations.size(); ++i)
         m_associations[i]->m_slot = static_cast<int32_t>(i);
 

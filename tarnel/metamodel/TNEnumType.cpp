@@ -68,8 +68,8 @@ void TNEnumType::saveGuts(RWvostream& stream) const {
 }
 
 void TNEnumType::restoreGuts(RWvistream& stream) {
-    // No guard of its own: the lists read here are freed by the enclosing guard (the
-    // schema's), once the whole record is read; a name may still be listed elsewhere in it.
+    // No guard of its own: the lists are read in place (TNRecords.h), and what their readers
+    // hand to registerCollectable on a failure is freed by the enclosing guard (the schema's).
     if (!m_literals.empty())
         SgxException::raise("An enumeration type is restored only into an empty one");
     SgxCollectable::restoreGuts(stream);

@@ -1,15 +1,15 @@
 #include "tarnel/metamodel/TNSchema.h"
 
-#include "sgx/general/CSignal2Exception.h"
-#include "sgx/general/SgxException.h"
-#include "sgx/general/SgxStatistics.h"
 #include "rw/RWFile.h"
 #include "rw/RWOrdered.h"
 #include "rw/RWbstream.h"
+#include "sgx/general/CSignal2Exception.h"
+#include "sgx/general/SgxException.h"
+#include "sgx/general/SgxStatistics.h"
 #include "sgx/persistence/SgxStringPersistence.h"
 #include "sgx/persistence/StartPersistence.h"
-#include "tarnel/core/TNRecords.h"
 #include "tarnel/core/TNException.h"
+#include "tarnel/core/TNRecords.h"
 #include "tarnel/instances/TNObject.h"
 #include "tarnel/metamodel/TNClass.h"
 #include "tarnel/metamodel/TNEnumType.h"
@@ -266,7 +266,6 @@ namespace {
 constexpr char fileMagic[8] = {'T', 'A', 'R', 'N', 'E', 'L', '\r', '\n'};
 constexpr uint16_t fileRevision = 1;
 
-
 // Enters restored objects in a registry vector and index, each owned by `schema` from then on.
 template <class T>
 void takeAll(const TNSchema& schema, std::vector<std::pair<SgxString, T*>> entries,
@@ -289,8 +288,10 @@ void TNSchema::saveGuts(RWvostream& stream) const {
     sgxStringToStream(stream, softwareVersion);
     auto* registry = new RWOrdered;
     registerCollectable(registry);
-    registry->insert(tnMappedVector(tnByName(m_enums, [](const TNEnumType& t) { return t.name(); })));
-    registry->insert(tnMappedVector(tnByName(m_classes, [](const TNClass& c) { return c.name(); })));
+    registry->insert(
+        tnMappedVector(tnByName(m_enums, [](const TNEnumType& t) { return t.name(); })));
+    registry->insert(
+        tnMappedVector(tnByName(m_classes, [](const TNClass& c) { return c.name(); })));
     stream << registry;
     // The guts of classes that the classes' references reached deep down come here, so that the
     // schema's record is whole when it ends.
@@ -306,23 +307,26 @@ void TNSchema::restoreGuts(RWvistream& stream) {
     if (m_version != softwareVersion)
         SgxException::raise(SgxString("Version mismatch: Software version ") + softwareVersion +
                             "; persisted version " + m_version);
-    RWCollectable* read = nullptr;
-    stream >> read;
-    registerCollectable(read);
-    auto* registry = dynamic_cast<RWOrdered*>(read);
-    if (registry == nullptr || registry->entries() != 2)
-        SgxException::raise("Invalid schema: expected an RWOrdered of 2 elements");
-    RWCollectable* enums = registry->at(0);
-    RWCollectable* classes = registry->at(1);
-    registerCollectable(enums);
-    registerCollectable(classes);
-    takeAll(*this, tnMappedEntriesOf<TNEnumType>(enums, "TNEnumType"), m_enums, m_enumIndex);
+    // The registry and the string-mapped vectors in it are read in place: only the enumeration
+    // types and classes they list are made.
+    std::vector<std::pair<SgxString, RWCollectable*>> lists[2];
+    tnRestoreList(
+        stream,
+        [] { return SgxString("Invalid schema: expected an RWOrdered of 2 elements; got "); },
+        [](uint32_t count) {
+            if (count != 2)
+                SgxException::raise("Invalid schema: expected an RWOrdered of 2 elements");
+        },
+        [&lists](RWvistream& in, uint32_t i) {
+            lists[i] = i == 0 ? tnRestoreMappedVector(in, "TNEnumType", &tnIsA<TNEnumType>)
+                              : tnRestoreMappedVector(in, "TNClass", &tnIsA<TNClass>);
+        });
+    takeAll(*this, tnCastEntries<TNEnumType>(std::move(lists[0])), m_enums, m_enumIndex);
     for (const auto& [name, type] : m_enumIndex)
         if (type->name() != name)
-            SgxException::raise("Invalid schema: enumeration type " + type->name() +
-                                " listed as " + name);
-    takeAll(*this, tnMappedEntriesOf<TNClass>(classes, "TNClass"), m_classes, m_classIndex);
-    registry->clear();
+            SgxException::raise("Invalid schema: enumeration type " + type->name() + " listed as " +
+                                name);
+    takeAll(*this, tnCastEntries<TNClass>(std::move(lists[1])), m_classes, m_classIndex);
     rwRestoreDeferredGuts(stream);
     checkRestored();
 }
@@ -339,10 +343,14 @@ void TNSchema::checkRestored() const {
         knownTypes.insert(type.get());
     const auto isKnown = [&](const TNClass* cls) { return cls == nullptr || known.contains(cls); };
 
-    for (const auto& [name, handle] : m_classIndex) {
+    for (const auto& [name, handle] : m_classIndex)
+        if (handle->m_name != name)
+            invalid("class " + handle->m_name + " listed as " + name);
+    // Walked in list order rather than hash order: a class's members were made one after another
+    // and lie together in memory.
+    for (const auto& handle : m_classes) {
         const TNClass& cls = *handle;
-        if (cls.m_name != name)
-            invalid("class " + cls.m_name + " listed as " + name);
+        const SgxString& name = cls.m_name;
         // Null while the class's own record is still being read, when the class was what the
         // restore started from and this schema came in through it.
         if (cls.m_schema.get() != this && !cls.m_schema.isNull())
@@ -432,10 +440,12 @@ SgxSimplePtr<TNSchema> TNSchema::load(const SgxString& fileName) {
         }
         // Read whole, then parsed in memory: a schema file is small beside the schema it makes,
         // and one read costs less than the many small ones of its records.
-        std::string bytes(file.bytesLeft(), '\0');
-        file.Read(bytes.data(), bytes.size());
+        // Not zero-filled first: the read fills it or raises.
+        const size_t size = file.bytesLeft();
+        const std::unique_ptr<char[]> bytes(new char[size]);
+        file.Read(bytes.get(), size);
         file.Close();
-        RWbistream stream(bytes.data(), bytes.size());
+        RWbistream stream(bytes.get(), size);
         return loadFrom(stream);
     } catch (...) {
         SgxException::raise((empty ? "Empty schema file " : "Error reading schema file ") +

@@ -10,6 +10,8 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
+
 namespace {
 
 // root owns a and b; b owns c; a and b both link to c (shared), c links back to root (cycle) and
@@ -280,6 +282,72 @@ TEST(RWCollectable, CorruptInputsAreRefusedWithTheirPlaceAndLeakNothing) {
         [&] { target.recursiveRestoreFrom(in); },
         "Expected an object of class \"RWCollectableString\", found \"RWCollectableInt\""));
     EXPECT_EQ(target.str(), "kept");
+}
+
+// Reads two references, RWCollectableInt ones in place: keeps the values read so, and owns the
+// TestNodes read otherwise.
+struct InPlaceReading : RWCollectable {
+    RWClassID isA() const override { return atom; }
+    using RWCollectable::restoreGuts;
+    void restoreGuts(RWvistream& s) override {
+        for (int i = 0; i < 2; ++i) {
+            int32_t value = 0;
+            bool inPlace = false;
+            RWCollectable* read = rwRestoreInPlace(
+                s, RWCollectableInt::classIsA(), [&](RWvistream& in) { in >> value; }, inPlace);
+            if (inPlace)
+                values.push_back(value);
+            if (auto* node = dynamic_cast<TestNode*>(read)) {
+                rwAdopt(node, this);
+                nodes.emplace_back(node);
+            }
+        }
+    }
+    std::vector<int32_t> values;
+    std::vector<std::unique_ptr<TestNode>> nodes;
+    static const RWClassID atom;
+};
+const RWClassID InPlaceReading::atom = registerTestClass<InPlaceReading>("InPlaceReading");
+
+TEST(RWCollectable, ObjectsReadInPlaceTakeTheirNumberButAreNeverMade) {
+    const std::string reader = Bytes().newObject("InPlaceReading");
+    const auto value = [](int32_t v) {
+        return std::string(Bytes().newObject("RWCollectableInt").i32(v));
+    };
+    // Object 1 is read in place, so the node that links to itself is object 2.
+    std::unique_ptr<RWCollectable> read(
+        restoreFrom(reader + value(5) + std::string(Bytes().node("n", 1).backRef(2).u32(0))));
+    auto& reading = dynamic_cast<InPlaceReading&>(*read);
+    EXPECT_EQ(reading.values, std::vector<int32_t>({5}));
+    ASSERT_EQ(reading.nodes.size(), 1u);
+    EXPECT_EQ(reading.nodes[0]->links, std::vector<RWCollectable*>({reading.nodes[0].get()}));
+    read.reset();
+
+    const std::pair<std::string, std::string> refused[] = {
+        {reader + value(5) + std::string(Bytes().backRef(1)),
+         "Back-reference to object 1, which was read in place and is not kept at byte 44"},
+        // A declaration is no object read in place: its class must allow one.
+        {reader + value(5) + std::string(Bytes().u8(3) << std::string("RWCollectableInt")),
+         "Class \"RWCollectableInt\" cannot be declared ahead"},
+        // Fails inside the guts read in place, after a node was read and adopted.
+        {reader + std::string(Bytes().node("n", 0).u32(0).newObject("RWCollectableInt")),
+         "Unexpected end of data"},
+    };
+    for (const auto& [bytes, part] : refused) {
+        EXPECT_TRUE(raisesWith([&] { delete restoreFrom(bytes); }, part)) << part;
+        EXPECT_EQ(TestNode::live(), 0u) << part;
+    }
+
+    // The outermost call reads in place as well.
+    const std::string bytes = value(9);
+    RWbistream in(bytes.data(), bytes.size());
+    int32_t got = 0;
+    bool inPlace = false;
+    EXPECT_EQ(rwRestoreInPlace(
+                  in, RWCollectableInt::classIsA(), [&](RWvistream& s) { s >> got; }, inPlace),
+              nullptr);
+    EXPECT_TRUE(inPlace);
+    EXPECT_EQ(got, 9);
 }
 
 TEST(RWCollectable, EveryTruncationAndBitFlipFailsCleanlyOrReadsAGraph) {

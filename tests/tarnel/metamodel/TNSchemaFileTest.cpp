@@ -205,14 +205,20 @@ TEST(TNSchemaFile, FilesThatAreNotGoodSchemasAreRefusedWithTheirTexts) {
     EXPECT_EQ(fileBytes(target.str()), good);
 }
 
-TEST(TNSchemaFile, StringMappedVectorsRefuseElementsOfTheWrongType) {
-    // A schema record whose class list holds a number, and one whose names do.
-    const auto record = [](bool badName) {
+TEST(TNSchemaFile, StringMappedVectorsRefuseElementsOfTheWrongTypeAndSharedNames) {
+    // A schema record whose class list holds a number, one whose names do, and one that lists
+    // one name object twice: names are read without being kept, so nothing can refer to one.
+    enum Damage { BadObject, BadName, SharedName };
+    const auto record = [](Damage damage) {
         RWCollectableString name("A");
         RWCollectableInt one(1), two(2);
         RWOrdered names, objects, noNames, noObjects, enums, classes, outer;
-        names.insert(badName ? static_cast<RWCollectable*>(&one) : &name);
+        names.insert(damage == BadName ? static_cast<RWCollectable*>(&one) : &name);
         objects.insert(&two);
+        if (damage == SharedName) {
+            names.insert(&name);
+            objects.insert(&two);
+        }
         enums.insert(&noNames);
         enums.insert(&noObjects);
         classes.insert(&names);
@@ -224,15 +230,16 @@ TEST(TNSchemaFile, StringMappedVectorsRefuseElementsOfTheWrongType) {
         outer.recursiveSaveOn(bytes.stream);
         return std::string(bytes);
     };
-    for (const auto& [badName, text] :
-         {std::pair{false, "Invalid type in string mapped vector! Expected TNClass; got "
-                           "RWCollectableInt"},
-          std::pair{true, "Invalid type in string mapped vector! Expected String; got "
-                          "RWCollectableInt"}}) {
-        const std::string bytes = record(badName);
+    for (const auto& [damage, text] :
+         {std::pair{BadObject, "Invalid type in string mapped vector! Expected TNClass; got "
+                               "RWCollectableInt"},
+          std::pair{BadName, "Invalid type in string mapped vector! Expected String; got "
+                             "RWCollectableInt"},
+          std::pair{SharedName, "which was read in place and is not kept"}}) {
+        const std::string bytes = record(damage);
         RWbistream in(bytes.data(), bytes.size());
         TNSchema schema;
-        EXPECT_TRUE(raisesText([&] { schema.recursiveRestoreFrom(in); }, text));
+        EXPECT_TRUE(raisesWith([&] { schema.recursiveRestoreFrom(in); }, text));
         EXPECT_EQ(schema.classCount(), 0u);
     }
 }
