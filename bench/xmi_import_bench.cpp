@@ -5,8 +5,9 @@
 // imports the files into a schema of their own.
 //
 // Counters, per object: populate_ns (C++), import_ns (reading the XMI file, references resolved),
-// the ratio import/populate, and the resident-set growth of each from before it to after the
-// model is frozen (populate_rss_B, import_rss_B). file_B is the XMI file's size per object.
+// the ratio import/populate, the resident-set growth of each from before it to after the model
+// is frozen (populate_rss_B, import_rss_B) and the peak of the resident set over that time, less
+// where it started (populate_peak_B, import_peak_B). file_B is the XMI file's size per object.
 #include "tarnel/import/TNImport.h"
 #include "w1/w1_model.h"
 
@@ -38,6 +39,27 @@ double residentBytes() {
         std::fclose(statm);
     }
     return static_cast<double>(resident) * static_cast<double>(sysconf(_SC_PAGESIZE));
+}
+
+// Starts a new peak of the resident set (Linux: VmHWM drops to the current resident set).
+void resetPeak() {
+    if (std::FILE* refs = std::fopen("/proc/self/clear_refs", "w")) {
+        std::fputs("5", refs);
+        std::fclose(refs);
+    }
+}
+
+// The peak of the resident set since resetPeak(), in bytes (0 where the system does not say).
+double peakBytes() {
+    double kib = 0;
+    if (std::FILE* status = std::fopen("/proc/self/status", "r")) {
+        char line[256];
+        while (std::fgets(line, sizeof line, status))
+            if (std::sscanf(line, "VmHWM: %lf kB", &kib) == 1)
+                break;
+        std::fclose(status);
+    }
+    return kib * 1024;
 }
 
 double nanoseconds(Clock::time_point from, Clock::time_point to) {
@@ -170,18 +192,20 @@ void XmiImport(benchmark::State& state) {
     const double objects = static_cast<double>(w1::objectCount(n));
     // Each system first runs once untimed (the process's first touch of memory costs extra,
     // which whichever ran first would pay), then three timed runs each; medians are reported.
-    std::vector<double> populateNs, importNs, populateRss, importRss;
+    std::vector<double> populateNs, importNs, populateRss, importRss, populatePeak, importPeak;
     for (auto _ : state) {
         for (int run = 0; run < 4; ++run) {
             TNSchema schema;
             w1::TarnelModel model(schema);
             const double before = residentBytes();
+            resetPeak();
             const Clock::time_point start = Clock::now();
             w1::generate(model, n);
             const double ns = nanoseconds(start, Clock::now());
             schema.donePopulating();
             if (run > 0) {
                 populateNs.push_back(ns);
+                populatePeak.push_back(peakBytes() - before);
                 populateRss.push_back(residentBytes() - before);
             }
             schema.unpopulate();
@@ -190,6 +214,7 @@ void XmiImport(benchmark::State& state) {
             TNSchema schema;
             const auto metamodel = TNEcoreMetamodel::import(schema, ecore);
             const double before = residentBytes();
+            resetPeak();
             const Clock::time_point start = Clock::now();
             TNXmiImporter importer(*metamodel);
             importer.read(xmi);
@@ -198,6 +223,7 @@ void XmiImport(benchmark::State& state) {
             schema.donePopulating();
             if (run > 0) {
                 importNs.push_back(ns);
+                importPeak.push_back(peakBytes() - before);
                 importRss.push_back(residentBytes() - before);
             }
             if (importer.objectCount() != w1::objectCount(n))
@@ -214,6 +240,8 @@ void XmiImport(benchmark::State& state) {
     state.counters["import/populate"] = median(importNs) / median(populateNs);
     state.counters["populate_rss_B"] = median(populateRss) / objects;
     state.counters["import_rss_B"] = median(importRss) / objects;
+    state.counters["populate_peak_B"] = median(populatePeak) / objects;
+    state.counters["import_peak_B"] = median(importPeak) / objects;
     state.counters["file_B"] = static_cast<double>(std::filesystem::file_size(xmi)) / objects;
     std::filesystem::remove_all(dir);
 }

@@ -61,11 +61,11 @@ public:
     XmlReader* reader = nullptr;
     std::unique_ptr<Node> root;
 
-    void startElement(std::string_view name, const XmlAttributes& attributes) override {
+    void startElement(const char* name, const char* const* attributes) override {
         auto node = std::make_unique<Node>();
         node->name = localName(name);
-        for (const auto& [k, v] : attributes)
-            node->attributes.emplace_back(k, v);
+        for (const char* const* a = attributes; *a; a += 2)
+            node->attributes.emplace_back(a[0], a[1]);
         node->where = {m_file, reader->line(), reader->column()};
         Node* raw = node.get();
         if (m_stack.empty())
@@ -771,13 +771,46 @@ std::vector<std::string> referenceList(std::string_view text) {
     return refs;
 }
 
+namespace {
+// Reads a plain decimal ("-12.5", "3", ".25": no exponent, at most 15 digits) exactly as
+// from_chars would, without its cost: the digits make an integer below 2^53 and the point a
+// division by a power of ten of at most 10^15, both exact in a double, so the quotient is
+// correctly rounded. False for any other form, which from_chars then reads.
+bool plainDecimal(std::string_view text, double& value) {
+    static constexpr double powers[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                        1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+    const char* p = text.data();
+    const char* const end = p + text.size();
+    const bool negative = p != end && *p == '-';
+    p += negative;
+    uint64_t digits = 0;
+    int count = 0;
+    int fraction = 0;
+    for (; p != end && *p >= '0' && *p <= '9'; ++p, ++count)
+        digits = digits * 10 + uint64_t(*p - '0');
+    if (p != end && *p == '.') {
+        const char* const point = ++p;
+        for (; p != end && *p >= '0' && *p <= '9'; ++p, ++count)
+            digits = digits * 10 + uint64_t(*p - '0');
+        fraction = static_cast<int>(p - point);
+        if (fraction == 0)
+            return false;
+    }
+    if (p != end || count == 0 || count > 15)
+        return false;
+    const double magnitude = static_cast<double>(digits) / powers[fraction];
+    value = negative ? -magnitude : magnitude;
+    return true;
+}
+} // namespace
+
 bool assignValue(TNAttribute& slot, ValueKind kind, const Classifier* type, std::string_view text) {
     switch (kind) {
     case ValueKind::Enumeration: {
         const auto found = type->literalIndex.find(text);
         if (found == type->literalIndex.end())
             return false;
-        slot = TNValue(static_cast<int>(found->second));
+        slot = static_cast<int>(found->second);
         return true;
     }
     case ValueKind::Integer: {
@@ -785,7 +818,7 @@ bool assignValue(TNAttribute& slot, ValueKind kind, const Classifier* type, std:
         const auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
         if (ec != std::errc() || end != text.data() + text.size())
             return false;
-        slot = TNValue(static_cast<int>(value));
+        slot = static_cast<int>(value);
         return true;
     }
     case ValueKind::Real: {
@@ -794,18 +827,18 @@ bool assignValue(TNAttribute& slot, ValueKind kind, const Classifier* type, std:
             value = std::nan("");
         else if (text == "Infinity" || text == "-Infinity")
             value = text[0] == '-' ? -HUGE_VAL : HUGE_VAL;
-        else {
+        else if (!plainDecimal(text, value)) {
             const auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
             if (ec != std::errc() || end != text.data() + text.size())
                 return false;
         }
-        slot = TNValue(value);
+        slot = value;
         return true;
     }
     case ValueKind::Boolean:
         if (text != "true" && text != "false")
             return false;
-        slot = TNValue(text == "true");
+        slot = text == "true";
         return true;
     case ValueKind::String:
         slot = text;

@@ -5,8 +5,10 @@
 #include "tarnel/import/internal/TNEcoreModel.h"
 #include "tarnel/import/internal/TNXmlReader.h"
 
+#include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <cstring>
 #include <filesystem>
 #include <unordered_set>
 
@@ -38,22 +40,177 @@ std::string canonicalPath(const std::string& path) {
     return ec ? path : p.string();
 }
 
+// Names to values, built once from the metamodel and then only read. The reader looks up every
+// element and attribute name of a file in one of these, so a look-up is a word-wise hash and
+// one or two compares in a flat array, not a byte-wise hash and a walk of nodes. Keys borrow
+// texts that outlive the table (the metamodel's). Its size follows the metamodel, never the
+// file, so no input can make a look-up long.
+template <class T> class NameTable {
+public:
+    void insert(std::string_view key, T value) {
+        if ((m_count + 1) * 2 > m_slots.size())
+            rehash(m_slots.empty() ? 16 : m_slots.size() * 2);
+        place(key, std::move(value));
+        ++m_count;
+    }
+    const T* find(std::string_view key) const {
+        if (m_count == 0)
+            return nullptr;
+        for (size_t i = hash(key) & m_mask;; i = (i + 1) & m_mask) {
+            const Slot& slot = m_slots[i];
+            if (!slot.used)
+                return nullptr;
+            if (slot.key == key)
+                return &slot.value;
+        }
+    }
+
+private:
+    struct Slot {
+        std::string_view key;
+        T value{};
+        bool used = false;
+    };
+    static size_t hash(std::string_view key) {
+        constexpr uint64_t mix = 0x9E3779B97F4A7C15ull;
+        uint64_t h = key.size() * mix;
+        size_t i = 0;
+        for (; i + 8 <= key.size(); i += 8) {
+            uint64_t word;
+            std::memcpy(&word, key.data() + i, 8);
+            h = (h ^ word) * mix;
+            h ^= h >> 29;
+        }
+        // The last 0 to 7 bytes in at most two loads (overlapping when fewer than 8), not a
+        // loop: most names are that short. The length is in `h`, so the overlap is harmless.
+        const char* rest = key.data() + i;
+        const size_t left = key.size() - i;
+        uint64_t tail = 0;
+        if (left >= 4) {
+            uint32_t first, last;
+            std::memcpy(&first, rest, 4);
+            std::memcpy(&last, rest + left - 4, 4);
+            tail = uint64_t(first) << 32 | last;
+        } else if (left > 0) {
+            const auto byte = [&](size_t k) {
+                return uint64_t(static_cast<unsigned char>(rest[k]));
+            };
+            tail = byte(0) << 16 | byte(left / 2) << 8 | byte(left - 1);
+        }
+        h = (h ^ tail) * mix;
+        return static_cast<size_t>(h ^ (h >> 32));
+    }
+    void place(std::string_view key, T value) {
+        size_t i = hash(key) & m_mask;
+        while (m_slots[i].used)
+            i = (i + 1) & m_mask;
+        m_slots[i] = Slot{key, std::move(value), true};
+    }
+    void rehash(size_t size) {
+        std::vector<Slot> old = std::move(m_slots);
+        m_slots.assign(size, Slot{});
+        m_mask = size - 1;
+        for (Slot& slot : old)
+            if (slot.used)
+                place(slot.key, std::move(slot.value));
+    }
+
+    std::vector<Slot> m_slots;
+    size_t m_mask = 0;
+    size_t m_count = 0;
+};
+
+// Copies of texts a read keeps (xmi:ids, references), packed in large blocks: one allocation
+// per block instead of one per text, and no per-text header.
+class TextArena {
+public:
+    std::string_view keep(std::string_view text) {
+        if (text.empty())
+            return {};
+        if (text.size() > m_left) {
+            const size_t size = std::max(blockSize, text.size());
+            m_blocks.push_back(std::make_unique<char[]>(size));
+            m_next = m_blocks.back().get();
+            m_left = size;
+        }
+        std::memcpy(m_next, text.data(), text.size());
+        const std::string_view kept(m_next, text.size());
+        m_next += text.size();
+        m_left -= text.size();
+        return kept;
+    }
+    void clear() {
+        m_blocks.clear();
+        m_next = nullptr;
+        m_left = 0;
+    }
+
+private:
+    static constexpr size_t blockSize = 1 << 16;
+    std::vector<std::unique_ptr<char[]>> m_blocks;
+    char* m_next = nullptr;
+    size_t m_left = 0;
+};
+
+// The objects of a document by xmi:id: a flat table (a key and a pointer per slot, half full at
+// most) over texts kept in an arena.
+class IdTable {
+public:
+    // False when `id` is already taken.
+    bool insert(std::string_view id, TNObject* object, TextArena& texts) {
+        if ((m_count + 1) * 2 > m_slots.size())
+            rehash(m_slots.empty() ? 64 : m_slots.size() * 2);
+        Slot& slot = m_slots[indexOf(id)];
+        if (slot.object)
+            return false;
+        slot = Slot{texts.keep(id), object};
+        ++m_count;
+        return true;
+    }
+    TNObject* find(std::string_view id) const {
+        return m_slots.empty() ? nullptr : m_slots[indexOf(id)].object;
+    }
+
+private:
+    struct Slot {
+        std::string_view id;
+        TNObject* object = nullptr;
+    };
+    // The slot of `id`, or the empty one where it would go.
+    size_t indexOf(std::string_view id) const {
+        const size_t mask = m_slots.size() - 1;
+        for (size_t i = std::hash<std::string_view>{}(id)&mask;; i = (i + 1) & mask)
+            if (!m_slots[i].object || m_slots[i].id == id)
+                return i;
+    }
+    void rehash(size_t size) {
+        std::vector<Slot> old = std::move(m_slots);
+        m_slots.assign(size, Slot{});
+        for (const Slot& slot : old)
+            if (slot.object)
+                m_slots[indexOf(slot.id)] = slot;
+    }
+
+    std::vector<Slot> m_slots;
+    size_t m_count = 0;
+};
+
 struct Document {
     std::string path;
     std::string canonical;
     std::vector<SgxSimplePtr<TNObject>> roots;
-    StringMap<TNObject*> ids;
+    IdTable ids;
     std::vector<std::string> nsURIs; // the nsURI attributes of its root objects
 };
 
-// A reference met in a file, resolved by finish().
+// A reference met in a file, resolved by finish(); the target text is kept in an arena.
 struct Pending {
     TNObject* source;
     const Feature* feature;
     uint32_t document;
     uint64_t line;
     uint64_t column;
-    std::string target;
+    std::string_view target;
 };
 
 struct PairHash {
@@ -70,38 +227,64 @@ struct TNXmiImporter::Impl {
     TNImportLimits limits;
     std::vector<Document> documents;
     std::vector<Pending> pending;
+    TextArena idTexts;      // the xmi:ids of every document read
+    TextArena pendingTexts; // the targets of `pending`
     uint64_t objects = 0;
     std::unordered_map<const TNClass*, const Classifier*> classifierOf;
 
+    struct ClassInfo;
     // A feature as objects of one class reach it: resolved once per class, since inherited
     // copies sit at positions of each class's own.
     struct Binding {
-        const Feature* feature;
-        const TNAttrDesc* desc;     // attributes
-        const TNAssociation* assoc; // references
+        const Feature* feature = nullptr;
+        const TNAttrDesc* desc = nullptr;     // attributes
+        const TNAssociation* assoc = nullptr; // references
+        const ClassInfo* typeInfo = nullptr;  // containments: the class of an untyped element
+        const NameTable<int32_t>* literals = nullptr; // enumerations: literal text to index
     };
     struct ClassInfo {
-        StringMap<Binding> features;
+        const Classifier* cls = nullptr;
+        TNClass* tnClass = nullptr;
+        NameTable<Binding> features; // own and inherited, by Ecore name
         std::vector<const Binding*> defaults;
     };
+    // Node-based: bindings and frames point at the infos.
     std::unordered_map<const Classifier*, ClassInfo> infos;
+    std::unordered_map<const Classifier*, NameTable<int32_t>> literalTables;
 
     Impl(const TNEcoreMetamodel::Impl& metamodel, const TNImportLimits& l)
         : mm(metamodel), limits(l) {
-        for (const auto& c : mm.classifiers)
-            if (c->kind == Classifier::Class)
-                classifierOf.emplace(c->tnClass.get(), c.get());
         for (const auto& c : mm.classifiers) {
-            if (c->kind != Classifier::Class)
-                continue;
-            ClassInfo& info = infos[c.get()];
-            const TNClass& cls = *c->tnClass;
-            for (const auto& [name, f] : c->allFeatures)
-                info.features.emplace(
-                    name, Binding{f, f->isReference ? nullptr : &cls[name],
-                                  f->isReference ? cls.getAssociation(name).get() : nullptr});
+            if (c->kind == Classifier::Enumeration) {
+                NameTable<int32_t>& table = literalTables[c.get()];
+                for (const auto& [text, index] : c->literalIndex)
+                    table.insert(text, index);
+            } else if (c->kind == Classifier::Class) {
+                classifierOf.emplace(c->tnClass.get(), c.get());
+                ClassInfo& info = infos[c.get()];
+                info.cls = c.get();
+                info.tnClass = c->tnClass.get();
+            }
+        }
+        for (auto& [c, info] : infos) {
+            const TNClass& cls = *info.tnClass;
+            for (const auto& [name, f] : c->allFeatures) {
+                Binding b;
+                b.feature = f;
+                if (f->isReference) {
+                    b.assoc = cls.getAssociation(name).get();
+                    if (const auto type = infos.find(f->type);
+                        f->containment && type != infos.end())
+                        b.typeInfo = &type->second;
+                } else {
+                    b.desc = &cls[name];
+                    if (const auto type = literalTables.find(f->type); type != literalTables.end())
+                        b.literals = &type->second;
+                }
+                info.features.insert(name, b);
+            }
             for (const Feature* f : c->defaults)
-                info.defaults.push_back(&info.features.at(f->name));
+                info.defaults.push_back(info.features.find(f->name));
         }
     }
 
@@ -110,13 +293,8 @@ struct TNXmiImporter::Impl {
     }
 
     const ClassInfo& info(const Classifier& cls) const { return infos.at(&cls); }
-    const Binding* binding(const Classifier& cls, std::string_view name) const {
-        const StringMap<Binding>& features = info(cls).features;
-        const auto found = features.find(name);
-        return found != features.end() ? &found->second : nullptr;
-    }
     const TNAssociation& assocFor(const Classifier& cls, const Feature& f) const {
-        return *info(cls).features.find(f.name)->second.assoc;
+        return *info(cls).features.find(f.name)->assoc;
     }
 
     void finish();
@@ -129,112 +307,155 @@ struct TNXmiImporter::Impl {
 
 namespace {
 
+using Binding = TNXmiImporter::Impl::Binding;
+using ClassInfo = TNXmiImporter::Impl::ClassInfo;
+
+// Parses `text` into the slot of `b`; false when it does not fit.
+bool assign(TNAttribute& slot, const Binding& b, std::string_view text) {
+    if (b.literals) {
+        const int32_t* index = b.literals->find(text);
+        if (!index)
+            return false;
+        slot = static_cast<int>(*index);
+        return true;
+    }
+    return assignValue(slot, b.feature->valueKind, b.feature->type, text);
+}
+
+// Whether an attribute name is one of the XML and XMI attributes that carry no feature.
+bool isReserved(const char* name) {
+    return name[0] == 'x' &&
+           (std::strncmp(name, "xmlns", 5) == 0 || std::strncmp(name, "xmi:", 4) == 0 ||
+            std::strncmp(name, "xsi:", 4) == 0);
+}
+
 class ModelReader : public XmlHandler {
 public:
     ModelReader(TNXmiImporter::Impl& importer, uint32_t document)
         : m(importer), m_document(document), m_doc(importer.documents[document]) {}
     XmlReader* reader = nullptr;
 
-    void startElement(std::string_view name, const XmlAttributes& attributes) override {
-        m_nsMarks.push_back(m_namespaces.size());
-        for (const auto& [key, value] : attributes) {
+    void startElement(const char* qname, const char* const* attributes) override {
+        // Frames are kept for reuse (their texts keep their capacity): reserve this one before
+        // taking references to the parent.
+        if (m_top == m_frames.size())
+            m_frames.emplace_back();
+        Frame& frame = m_frames[m_top];
+        const Frame* parent = m_top == 0 ? nullptr : &m_frames[m_top - 1];
+        frame.nsMark = static_cast<uint32_t>(m_namespaces.size());
+        bool typed = false;
+        for (const char* const* a = attributes; *a; a += 2) {
+            if (a[0][0] != 'x')
+                continue;
+            const std::string_view key = a[0];
             if (key == "xmlns")
-                m_namespaces.emplace_back("", value);
+                m_namespaces.emplace_back("", a[1]);
             else if (key.starts_with("xmlns:"))
-                m_namespaces.emplace_back(key.substr(6), value);
+                m_namespaces.emplace_back(key.substr(6), a[1]);
+            else if (key == "xsi:type" || key == "xmi:type")
+                typed = true;
         }
-        Frame frame;
-        frame.line = reader->line();
-        frame.column = reader->column();
-        const Frame* parent = m_frames.empty() ? nullptr : &m_frames.back();
+        frame.kind = Frame::Skip;
+        frame.object = nullptr;
+        frame.info = nullptr;
+        frame.binding = nullptr;
+        frame.text.clear();
+        frame.many.clear();
+        const std::string_view name = qname;
         if (!parent || parent->kind == Frame::Wrapper) {
             if (isXmiNamespace(prefixOf(name))) {
                 frame.kind = !parent && localOf(name) == "XMI" ? Frame::Wrapper : Frame::Skip;
             } else {
-                const Classifier& cls = classFor(name, attributes, nullptr);
-                makeObject(cls, attributes, frame);
+                const ClassInfo& info = classFor(name, attributes, typed, nullptr);
+                makeObject(info, attributes, frame);
                 m_doc.roots.push_back(frame.object);
             }
         } else if (parent->kind == Frame::Object) {
-            const Classifier& owner = *parent->cls;
-            const auto* found = m.binding(owner, localOf(name));
+            const ClassInfo& owner = *parent->info;
+            const Binding* found = owner.features.find(localOf(name));
             if (!found) {
                 if (!isXmiNamespace(prefixOf(name)))
-                    reader->fail("class '" + owner.tnName + "' has no feature '" +
+                    reader->fail("class '" + owner.cls->tnName + "' has no feature '" +
                                  std::string(name) + "'");
-                frame.kind = Frame::Skip;
             } else {
                 const Feature& f = *found->feature;
-                frame.feature = &f;
                 frame.binding = found;
                 if (f.containment) {
-                    const Classifier& cls = classFor({}, attributes, &f);
+                    const ClassInfo& info = classFor({}, attributes, typed, found);
                     TNObject* container = parent->object;
-                    makeObject(cls, attributes, frame);
+                    makeObject(info, attributes, frame);
                     container->associate(frame.object, *found->assoc);
                 } else if (f.isReference) {
-                    frame.kind = isContainerEnd(f) ? Frame::Skip : Frame::Reference;
                     frame.object = parent->object;
-                    for (const auto& [key, value] : attributes)
-                        if (key == "href" && frame.kind == Frame::Reference)
-                            addPending(parent->object, f, value, frame);
+                    if (!isContainerEnd(f)) {
+                        frame.kind = Frame::Reference;
+                        frame.line = reader->line();
+                        frame.column = reader->column();
+                        for (const char* const* a = attributes; *a; a += 2)
+                            if (std::strcmp(a[0], "href") == 0)
+                                addPending(parent->object, f, a[1], frame.line, frame.column);
+                    }
                 } else {
                     frame.kind = Frame::Value;
                     frame.object = parent->object;
+                    frame.line = reader->line();
+                    frame.column = reader->column();
                 }
             }
-        } else if (parent->kind == Frame::Skip) {
-            frame.kind = Frame::Skip;
-        } else {
+        } else if (parent->kind != Frame::Skip) {
             reader->fail("element '" + std::string(name) + "' inside a value");
         }
-        m_frames.push_back(std::move(frame));
+        ++m_top;
     }
 
     void endElement() override {
-        Frame& frame = m_frames.back();
-        if (frame.kind == Frame::Value && frame.feature->many) {
-            m_frames[m_frames.size() - 2].addValue(*frame.binding, frame.text);
-        } else if (frame.kind == Frame::Value) {
-            setValue(*frame.object, *frame.binding, frame.text, frame);
-        } else if (frame.kind == Frame::Object) {
+        Frame& frame = m_frames[m_top - 1];
+        if (frame.kind == Frame::Object) {
             // Many-valued attributes gather their values while the element is open (one
             // assignment each, not one per value).
             for (auto& [b, text] : frame.many)
-                (*frame.object)[*b->desc] = text;
+                (*frame.object)[*b->desc] = std::string_view(text);
+        } else if (frame.kind == Frame::Value && frame.binding->feature->many) {
+            m_frames[m_top - 2].addValue(*frame.binding, frame.text);
+        } else if (frame.kind == Frame::Value) {
+            if (!assign((*frame.object)[*frame.binding->desc], *frame.binding, frame.text))
+                throw TNImportError(reader->fileName(), frame.line, frame.column,
+                                    notFitting(*frame.binding, frame.text));
         } else if (frame.kind == Frame::Reference) {
             for (const std::string& token : referenceList(frame.text))
-                addPending(frame.object, *frame.feature, token, frame);
+                addPending(frame.object, *frame.binding->feature, token, frame.line, frame.column);
         }
-        m_frames.pop_back();
-        m_namespaces.resize(m_nsMarks.back());
-        m_nsMarks.pop_back();
+        // A reused frame keeps a text's capacity, but not that of one long value.
+        if (frame.text.capacity() > (size_t(1) << 16))
+            std::string().swap(frame.text);
+        m_namespaces.resize(frame.nsMark);
+        --m_top;
     }
 
     void text(std::string_view chars) override {
-        if (m_frames.empty())
+        if (m_top == 0)
             return;
-        Frame& frame = m_frames.back();
+        Frame& frame = m_frames[m_top - 1];
         if (frame.kind == Frame::Value || frame.kind == Frame::Reference)
             frame.text.append(chars);
         else if (frame.kind == Frame::Object && !isBlank(chars))
-            reader->fail("text inside the element of a '" + frame.cls->tnName + "'");
+            reader->fail("text inside the element of a '" + frame.info->cls->tnName + "'");
     }
 
 private:
     struct Frame {
         enum Kind : uint8_t { Wrapper, Object, Value, Reference, Skip } kind = Skip;
+        uint32_t nsMark = 0; // the namespaces declared outside the element
         TNObject* object = nullptr;
-        const Classifier* cls = nullptr;
-        const Feature* feature = nullptr;
-        const TNXmiImporter::Impl::Binding* binding = nullptr;
-        std::string text;
-        uint64_t line = 0;
+        const ClassInfo* info = nullptr; // objects
+        const Binding* binding = nullptr;
+        uint64_t line = 0; // values and references: where the element starts
         uint64_t column = 0;
-        // values of many-valued attributes, one per line
-        std::vector<std::pair<const TNXmiImporter::Impl::Binding*, std::string>> many;
+        std::string text;
+        // objects: the values of many-valued attributes, one per line
+        std::vector<std::pair<const Binding*, std::string>> many;
 
-        void addValue(const TNXmiImporter::Impl::Binding& b, std::string_view value) {
+        void addValue(const Binding& b, std::string_view value) {
             for (auto& [bound, text] : many)
                 if (bound == &b) {
                     (text += '\n') += value;
@@ -246,6 +467,12 @@ private:
 
     // The value of a container end is implied by the nesting of the element in its container.
     static bool isContainerEnd(const Feature& f) { return f.opposite && f.opposite->containment; }
+
+    static std::string notFitting(const Binding& b, std::string_view text) {
+        const Feature& f = *b.feature;
+        return "value '" + std::string(text) + "' does not fit attribute '" + f.name + "' of '" +
+               f.owner->tnName + "'";
+    }
 
     std::string_view uriOf(std::string_view prefix) const {
         for (auto it = m_namespaces.rbegin(); it != m_namespaces.rend(); ++it)
@@ -274,82 +501,106 @@ private:
 
     // The class of an object element: its xsi:type, else the element's own name (a root) or the
     // containment's type; it must fit the containment and be concrete.
-    const Classifier& classFor(std::string_view elementName, const XmlAttributes& attributes,
-                               const Feature* containment) const {
-        const Classifier* cls = nullptr;
-        for (const auto& [key, value] : attributes)
-            if (key == "xsi:type" || key == "xmi:type")
-                cls = &classByQName(value);
-        if (!cls)
-            cls = containment ? containment->type : &classByQName(elementName);
-        if (containment && !cls->conformsTo(containment->type))
-            reader->fail("'" + cls->tnName + "' is not a '" + containment->type->tnName +
-                         "', which '" + containment->name + "' contains");
+    const ClassInfo& classFor(std::string_view elementName, const char* const* attributes,
+                              bool typed, const Binding* containment) const {
+        const ClassInfo* info = containment ? containment->typeInfo : nullptr;
+        const Classifier* cls = containment ? containment->feature->type : nullptr;
+        if (typed) {
+            for (const char* const* a = attributes; *a; a += 2)
+                if (std::strcmp(a[0], "xsi:type") == 0 || std::strcmp(a[0], "xmi:type") == 0)
+                    cls = &classByQName(a[1]);
+            info = &m.info(*cls);
+        } else if (!containment) {
+            cls = &classByQName(elementName);
+            info = &m.info(*cls);
+        }
+        const Feature* f = containment ? containment->feature : nullptr;
+        if (f && !cls->conformsTo(f->type))
+            reader->fail("'" + cls->tnName + "' is not a '" + f->type->tnName + "', which '" +
+                         f->name + "' contains");
         if (cls->isAbstract || cls->isInterface)
             reader->fail("class '" + cls->tnName + "' is abstract: give a concrete xsi:type");
-        return *cls;
+        if (!info)
+            reader->fail("'" + cls->tnName + "' is not a class that objects can be made of");
+        return *info;
     }
 
-    // Makes the object of `frame` (an element of class `cls`), with its defaults and the values
-    // and references of its XML attributes.
-    void makeObject(const Classifier& cls, const XmlAttributes& attributes, Frame& here) {
-        TNObject* object = cls.tnClass->newObject(false).get();
+    // Makes the object of `here` (an element of the class of `info`), with its defaults and the
+    // values and references of its XML attributes. Errors here are at the element's start, where
+    // the reader stands.
+    void makeObject(const ClassInfo& info, const char* const* attributes, Frame& here) {
+        TNObject* object = info.tnClass->newObject(false).get();
         ++m.objects;
         here.kind = Frame::Object;
         here.object = object;
-        here.cls = &cls;
-        const TNXmiImporter::Impl::ClassInfo& info = m.info(cls);
-        for (const auto* b : info.defaults)
-            assignValue((*object)[*b->desc], b->feature->valueKind, b->feature->type,
-                        b->feature->defaultLiteral);
-        for (const auto& [key, value] : attributes) {
-            if (key == "xmi:id") {
-                if (!m_doc.ids.emplace(std::string(value), object).second)
-                    reader->fail("xmi:id '" + std::string(value) + "' is used twice");
+        here.info = &info;
+        for (const Binding* b : info.defaults)
+            assign((*object)[*b->desc], *b, b->feature->defaultLiteral);
+        for (const char* const* a = attributes; *a; a += 2) {
+            const char* key = a[0];
+            if (isReserved(key)) {
+                if (std::strcmp(key, "xmi:id") == 0 && !m_doc.ids.insert(a[1], object, m.idTexts))
+                    reader->fail("xmi:id '" + std::string(a[1]) + "' is used twice");
                 continue;
             }
-            if (key.starts_with("xmlns") || key.starts_with("xmi:") || key.starts_with("xsi:"))
-                continue;
-            const auto found = info.features.find(key);
-            if (found == info.features.end())
-                reader->fail("class '" + cls.tnName + "' has no feature '" + std::string(key) +
-                             "'");
-            const TNXmiImporter::Impl::Binding& b = found->second;
-            const Feature& f = *b.feature;
-            if (f.containment)
+            const Binding* b = bindingOf(info, key);
+            if (!b)
+                reader->fail("class '" + info.cls->tnName + "' has no feature '" +
+                             std::string(key) + "'");
+            const Feature& f = *b->feature;
+            const std::string_view value = a[1];
+            if (b->desc && !f.many) {
+                if (!assign((*object)[*b->desc], *b, value))
+                    reader->fail(notFitting(*b, value));
+            } else if (f.containment) {
                 reader->fail("containment '" + f.name + "' given as an XML attribute");
-            if (f.isReference) {
-                if (!isContainerEnd(f))
+            } else if (f.isReference) {
+                if (!isContainerEnd(f)) {
+                    const uint64_t line = reader->line(), column = reader->column();
                     for (const std::string& token : referenceList(value))
-                        addPending(object, f, token, here);
-            } else if (f.many) {
-                forEachToken(value, [&](std::string_view token) { here.addValue(b, token); });
+                        addPending(object, f, token, line, column);
+                }
             } else {
-                setValue(*object, b, value, here);
+                forEachToken(value, [&](std::string_view token) { here.addValue(*b, token); });
             }
         }
     }
 
-    void setValue(TNObject& object, const TNXmiImporter::Impl::Binding& b, std::string_view text,
-                  const Frame& at) {
-        const Feature& f = *b.feature;
-        TNAttribute& slot = object[*b.desc];
-        if (!assignValue(slot, f.valueKind, f.type, text))
-            throw TNImportError(reader->fileName(), at.line, at.column,
-                                "value '" + std::string(text) + "' does not fit attribute '" +
-                                    f.name + "' of '" + f.owner->tnName + "'");
+    // The binding of attribute `name` in objects of `info`, or null. Expat hands every attribute
+    // name as the same text of its own for the whole document, so a small cache keyed by the
+    // text's address and the class usually answers; a hit is still checked by content, so the
+    // cache is only ever a shortcut.
+    const Binding* bindingOf(const ClassInfo& info, const char* name) {
+        const auto slot =
+            (reinterpret_cast<uintptr_t>(name) ^ reinterpret_cast<uintptr_t>(&info) >> 4) %
+            std::size(m_recent);
+        Recent& recent = m_recent[slot];
+        if (recent.name == name && recent.info == &info &&
+            std::strcmp(name, recent.binding->feature->name.c_str()) == 0)
+            return recent.binding;
+        const Binding* b = info.features.find(name);
+        if (b)
+            recent = Recent{name, &info, b};
+        return b;
     }
 
-    void addPending(TNObject* source, const Feature& f, std::string_view target, const Frame& at) {
-        m.pending.push_back({source, &f, m_document, at.line, at.column, std::string(target)});
+    void addPending(TNObject* source, const Feature& f, std::string_view target, uint64_t line,
+                    uint64_t column) {
+        m.pending.push_back({source, &f, m_document, line, column, m.pendingTexts.keep(target)});
     }
 
     TNXmiImporter::Impl& m;
     uint32_t m_document;
     Document& m_doc;
-    std::vector<Frame> m_frames;
+    std::vector<Frame> m_frames; // the open elements are the first m_top
+    size_t m_top = 0;
     std::vector<std::pair<std::string, std::string>> m_namespaces;
-    std::vector<size_t> m_nsMarks;
+    struct Recent {
+        const char* name = nullptr;
+        const ClassInfo* info = nullptr;
+        const Binding* binding = nullptr;
+    };
+    Recent m_recent[64];
 };
 
 } // namespace
@@ -413,7 +664,8 @@ void TNXmiImporter::Impl::finish() {
         const Classifier& targetClass = classOf(*target);
         if (!targetClass.conformsTo(p.feature->type))
             fail(p, "reference '" + p.feature->name + "' takes a '" + p.feature->type->tnName +
-                        "', not the '" + targetClass.tnName + "' that '" + p.target + "' names");
+                        "', not the '" + targetClass.tnName + "' that '" + std::string(p.target) +
+                        "' names");
         const Feature* f = p.feature->forward ? p.feature : p.feature->opposite;
         TNObject* from = p.feature->forward ? p.source : target;
         TNObject* to = p.feature->forward ? target : p.source;
@@ -423,6 +675,7 @@ void TNXmiImporter::Impl::finish() {
     }
     pending.clear();
     pending.shrink_to_fit();
+    pendingTexts.clear();
 }
 
 TNObject* TNXmiImporter::Impl::resolve(const Pending& p) {
@@ -447,14 +700,15 @@ TNObject* TNXmiImporter::Impl::resolve(const Pending& p) {
                         d = &candidate;
             }
             if (!d)
-                fail(p, "reference '" + p.target + "' names a document that was not read");
+                fail(p, "reference '" + std::string(p.target) +
+                            "' names a document that was not read");
         }
     }
     if (!fragment.starts_with('/')) {
-        const auto found = d->ids.find(fragment);
-        if (found == d->ids.end())
-            fail(p, "no object has the xmi:id of reference '" + p.target + "'");
-        return found->second;
+        TNObject* found = d->ids.find(fragment);
+        if (!found)
+            fail(p, "no object has the xmi:id of reference '" + std::string(p.target) + "'");
+        return found;
     }
     return walk(*d, fragment.substr(1), p);
 }
@@ -463,7 +717,7 @@ TNObject* TNXmiImporter::Impl::resolve(const Pending& p) {
 // "@feature.index", "@feature" (the only object), or the name of a contained object.
 TNObject* TNXmiImporter::Impl::walk(const Document& d, std::string_view path, const Pending& p) {
     const auto bad = [&](const std::string& why) -> TNObject* {
-        fail(p, "reference '" + p.target + "' names no object: " + why);
+        fail(p, "reference '" + std::string(p.target) + "' names no object: " + why);
     };
     const size_t slash = path.find('/');
     const std::string_view first = path.substr(0, slash);

@@ -2,6 +2,7 @@
 
 #include <expat.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <memory>
@@ -9,11 +10,15 @@
 namespace tn_import {
 
 namespace {
-constexpr size_t chunkSize = 1 << 16;
-}
+// Big enough that a read and a parse call are rare next to the events in them; small enough to
+// keep memory flat. Files are read straight into expat's buffer, which then needs no copy.
+constexpr size_t chunkSize = 1 << 18;
+// Documents held in memory go to expat in pieces, since expat copies what it is given.
+constexpr size_t bufferPiece = 1 << 16;
+} // namespace
 
 // Exceptions never cross expat's C frames: each callback catches, records the first error and
-// stops the parser; feed() raises it once expat has returned.
+// stops the parser; parsed() raises it once expat has returned.
 struct XmlReader::Callbacks {
     template <class F> static void guarded(void* data, F&& f) {
         auto& reader = *static_cast<XmlReader*>(data);
@@ -30,10 +35,7 @@ struct XmlReader::Callbacks {
         guarded(data, [&](XmlReader& r) {
             if (++r.m_depth > r.m_limits.maxDepth)
                 r.fail("elements nested deeper than " + std::to_string(r.m_limits.maxDepth));
-            r.m_attributes.clear();
-            for (const XML_Char** a = attrs; *a; a += 2)
-                r.m_attributes.emplace_back(a[0], a[1]);
-            r.m_handler.startElement(name, r.m_attributes);
+            r.m_handler.startElement(name, attrs);
         });
     }
     static void end(void* data, const XML_Char*) {
@@ -82,25 +84,33 @@ void XmlReader::feed(const char* bytes, size_t size, bool last) {
     m_bytes += size;
     if (m_bytes > m_limits.maxBytes)
         fail("file larger than " + std::to_string(m_limits.maxBytes) + " bytes");
-    auto parser = static_cast<XML_Parser>(m_parser);
-    const XML_Status status = XML_Parse(parser, bytes, static_cast<int>(size), last);
+    parsed(XML_Parse(static_cast<XML_Parser>(m_parser), bytes, static_cast<int>(size), last));
+}
+
+void XmlReader::parsed(int status) {
     if (m_error)
         std::rethrow_exception(m_error);
     if (status != XML_STATUS_OK)
-        fail(XML_ErrorString(XML_GetErrorCode(parser)));
+        fail(XML_ErrorString(XML_GetErrorCode(static_cast<XML_Parser>(m_parser))));
 }
 
 void XmlReader::readFile() {
     std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(m_fileName.c_str(), "rb"), &std::fclose);
     if (!file)
         throw TNImportError(m_fileName, 0, 0, "cannot open the file");
-    std::vector<char> buffer(chunkSize);
+    auto parser = static_cast<XML_Parser>(m_parser);
     for (;;) {
-        const size_t got = std::fread(buffer.data(), 1, buffer.size(), file.get());
-        if (got < buffer.size() && std::ferror(file.get()))
+        void* buffer = XML_GetBuffer(parser, static_cast<int>(chunkSize));
+        if (!buffer)
+            fail(XML_ErrorString(XML_GetErrorCode(parser)));
+        const size_t got = std::fread(buffer, 1, chunkSize, file.get());
+        if (got < chunkSize && std::ferror(file.get()))
             throw TNImportError(m_fileName, 0, 0, "cannot read the file");
-        const bool last = got < buffer.size();
-        feed(buffer.data(), got, last);
+        const bool last = got < chunkSize;
+        m_bytes += got;
+        if (m_bytes > m_limits.maxBytes)
+            fail("file larger than " + std::to_string(m_limits.maxBytes) + " bytes");
+        parsed(XML_ParseBuffer(parser, static_cast<int>(got), last));
         if (last)
             return;
     }
@@ -108,7 +118,7 @@ void XmlReader::readFile() {
 
 void XmlReader::readBuffer(std::string_view bytes) {
     do {
-        const size_t take = std::min(bytes.size(), chunkSize);
+        const size_t take = std::min(bytes.size(), bufferPiece);
         feed(bytes.data(), take, take == bytes.size());
         bytes.remove_prefix(take);
     } while (!bytes.empty());

@@ -1,5 +1,8 @@
 #include "LibraryMetamodel.h"
 
+#include <cstdlib>
+#include <sstream>
+
 namespace {
 
 const std::string header = R"(<?xml version="1.0" encoding="UTF-8"?>
@@ -72,6 +75,43 @@ TEST(TNXmiImport, ObjectsValuesAndLinksAcrossTwoFiles) {
     EXPECT_FALSE((*b1)["flag"].asBoolean());
 }
 
+TEST(TNXmiImport, RealsReadAsTheirNearestDouble) {
+    // Short plain decimals are read without strtod; every form must still give strtod's double.
+    std::istringstream forms(
+        "0.1 -2.675 4.35 123456789012345 1234567890123456 0.333333333333333 "
+        "99999.9999999999 .5 5. -0 .000000000000001 1e3 7.0E-5 9007199254740993");
+    std::vector<std::string> texts;
+    for (std::string text; forms >> text;)
+        texts.push_back(text);
+    LibraryModel m;
+    std::string body;
+    for (const std::string& text : texts)
+        body += "<books f64=\"" + text + "\"/>\n";
+    TNXmiImporter importer(*m.metamodel);
+    importer.readBuffer(header + "<lib:Library " + namespaces + ">\n" + body + "</lib:Library>",
+                        "reals.xmi");
+    const auto books = importer.roots(0).at(0)->objects("books");
+    ASSERT_EQ(books.size(), texts.size());
+    for (size_t i = 0; i < books.size(); ++i)
+        EXPECT_EQ((*books[i])["f64"].asDouble(), std::strtod(texts[i].c_str(), nullptr))
+            << texts[i];
+}
+
+TEST(TNXmiImport, ReferencesFindObjectsAmongManyIds) {
+    LibraryModel m;
+    std::string body = R"(<books name="B" authors="w0 w150 w299 //@writers.7"/>)";
+    for (int i = 0; i < 300; ++i)
+        body +=
+            "<writers xmi:id=\"w" + std::to_string(i) + "\" name=\"W" + std::to_string(i) + "\"/>";
+    TNXmiImporter importer(*m.metamodel);
+    importer.readBuffer(header + "<lib:Library " + namespaces + ">" + body + "</lib:Library>",
+                        "ids.xmi");
+    importer.finish();
+    const auto book = importer.roots(0).at(0)->objects("books").at(0);
+    EXPECT_EQ(names(book->objects("authors")),
+              (std::vector<std::string>{"W0", "W150", "W299", "W7"}));
+}
+
 TEST(TNXmiImport, ErrorsNameFileLineAndColumn) {
     struct Case {
         std::string body; // after the root's start tag, on line 3
@@ -83,12 +123,16 @@ TEST(TNXmiImport, ErrorsNameFileLineAndColumn) {
         {"  <books colour=\"x\"/>", "has no feature 'colour'", 3, 3},
         {"  <books pages=\"many\"/>", "value 'many' does not fit attribute 'pages'", 3, 3},
         {"  <books cover=\"Purple\"/>", "does not fit attribute 'cover'", 3, 3},
+        {"  <books f64=\"+1\"/>", "value '+1' does not fit", 3, 3},
+        {"  <books f64=\"1.2.3\"/>", "value '1.2.3' does not fit", 3, 3},
+        {"  <books f64=\"-.\"/>", "value '-.' does not fit", 3, 3},
         {"  <books>\n    <pages>1x</pages>\n  </books>", "does not fit", 4, 5},
         {"  <books xsi:type=\"lib:Writer\"/>", "is not a 'Book'", 3, 3},
         {"  <books xsi:type=\"lib:Named\"/>", "is not a 'Book'", 3, 3},
         {"  <writers xsi:type=\"lib:Nope\"/>", "unknown class 'Nope'", 3, 3},
         {"  <books authors=\"//@writers.5\"/>", "past the last", 3, 3},
         {"  <books cites=\"nobody\"/>", "xmi:id of reference 'nobody'", 3, 3},
+        {"  <writers xmi:id=\"a\"/><writers xmi:id=\"a\"/>", "xmi:id 'a' is used twice", 3, 24},
         {"  <books cites=\"other.xmi#//@books.0\"/>", "not read", 3, 3},
         {"  <books cites=\"//@writers.0\"/><writers/>", "takes a 'Book'", 3, 3},
         {"  <books name=\"a\">text</books>", "inside the element", 3, 19},

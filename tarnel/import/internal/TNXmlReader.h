@@ -1,28 +1,30 @@
 // TNXmlReader: the untrusted XML reader under the Ecore and XMI importers, a thin layer over expat.
 // Internal to the importer library: not installed, nothing here is exported.
 //
-// It streams a file in fixed-size chunks, so memory stays proportional to what the handler keeps,
-// never to the file's text. It refuses document type declarations (no entity can expand, no
-// external file is fetched), and enforces a limit on the file's size and on element nesting. The
-// first error ends the read and raises TNImportError naming the file, line and column.
+// It streams a file in fixed-size chunks read straight into expat's own buffer, so memory stays
+// proportional to what the handler keeps, never to the file's text. It refuses document type
+// declarations (no entity can expand, no external file is fetched), and enforces a limit on the
+// file's size and on element nesting. The first error ends the read and raises TNImportError naming
+// the file, line and column.
 #pragma once
 #include "tarnel/import/TNImport.h"
 
 #include <cstdint>
+#include <exception>
 #include <string>
 #include <string_view>
-#include <utility>
-#include <vector>
 
 namespace tn_import {
-
-using XmlAttributes = std::vector<std::pair<std::string_view, std::string_view>>;
 
 // What a reader reports. A handler may raise anything; the reader stops and passes it on.
 class XmlHandler {
 public:
     virtual ~XmlHandler() = default;
-    virtual void startElement(std::string_view name, const XmlAttributes& attributes) = 0;
+    // `name` and the attributes are expat's NUL-terminated texts, valid during the call only:
+    // `attributes` holds name, value, name, value, ... and ends with a null. They are handed on
+    // as they are, since measuring and copying every name and value costs more than most
+    // handlers spend on them.
+    virtual void startElement(const char* name, const char* const* attributes) = 0;
     virtual void endElement() = 0;
     virtual void text(std::string_view chars) = 0;
 };
@@ -49,7 +51,7 @@ public:
 private:
     struct Callbacks;
     void feed(const char* bytes, size_t size, bool last);
-    void finishFeed();
+    void parsed(int status);
 
     std::string m_fileName;
     TNImportLimits m_limits;
@@ -58,7 +60,6 @@ private:
     uint32_t m_depth = 0;
     uint64_t m_bytes = 0;
     std::exception_ptr m_error;
-    XmlAttributes m_attributes;
 };
 
 } // namespace tn_import
