@@ -10,6 +10,7 @@
 #include "tarnel/navigation/internal/TNTraversalPlan.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <optional>
 #include <typeinfo>
@@ -52,113 +53,165 @@ bool ordered(const TNSortExpr::SortKey& key, const TNValue& a, const TNValue& b)
     return key.ascending ? a < b : b < a;
 }
 
-// A key whose body reads an attribute, named by a constant, of the key's own variable: its only
-// effects are its value and binding the variable, so it can be evaluated once per element.
-bool isAttributeKey(const TNValueAbsExpr& key) {
-    const TNValueExpr* body = key.expr().get();
-    if (body == nullptr || typeid(*body) != typeid(TNAttrExpr))
-        return false;
-    const auto& attr = static_cast<const TNAttrExpr&>(*body);
-    const TNValueExpr* name = attr.name().get();
-    return name != nullptr && typeid(*name) == typeid(TNConstantExpr) &&
-           attr.object().get() == key.contextObject().get();
-}
+// The keys of one sort, and for each whether it is evaluated once per element (rule 7,
+// TNPlan.h): its body has no effect but its value (tn_detail::effectFree) and its variable is a
+// plain one, so evaluating it again for each comparison could only repeat the same value.
+struct SortPlan {
+    const SortKeys& keys;
+    std::vector<bool> once;
+    explicit SortPlan(const SortKeys& sortKeys) : keys(sortKeys), once(sortKeys.size()) {
+        for (size_t k = 0; k < keys.size(); ++k) {
+            const TNValueAbsExpr* key = keys[k].key.get();
+            const TNObjectVarExpr* variable = key != nullptr ? key->contextObject().get() : nullptr;
+            const TNValueExpr* body = key != nullptr ? key->expr().get() : nullptr;
+            once[k] = variable != nullptr && body != nullptr &&
+                      tn_detail::isExactly<TNObjectVarExpr>(*variable) &&
+                      tn_detail::effectFree(*body);
+        }
+    }
+};
 
-void sortRange(TNObjectSequence& seq, size_t first, size_t last, const SortKeys& keys, size_t k);
+void sortRange(TNObjectSequence& seq, size_t first, size_t last, const SortPlan& plan, size_t k);
 
 // Walks a range sorted by key k, sorting each run of equal key values by the remaining keys.
 // The caller has taken the key of the first element; startsRun(i, runStart) takes element i's
 // key (evaluating it, or reading a value computed before) and tells whether it differs from the
 // run's. Sorting a run only moves elements before the walk's position.
 template <class StartsRun>
-void sortRuns(TNObjectSequence& seq, size_t first, size_t last, const SortKeys& keys, size_t k,
+void sortRuns(TNObjectSequence& seq, size_t first, size_t last, const SortPlan& plan, size_t k,
               StartsRun startsRun) {
     size_t runStart = first;
     for (size_t i = first + 1; i < last; ++i) {
         if (startsRun(i, runStart)) {
-            sortRange(seq, runStart, i, keys, k + 1);
+            sortRange(seq, runStart, i, plan, k + 1);
             runStart = i;
         }
     }
-    sortRange(seq, runStart, last, keys, k + 1);
+    sortRange(seq, runStart, last, plan, k + 1);
 }
 
-// Sorts seq[first, last) by key k whose values, one per element in order, are `values` (`less`
-// and `equal` compare two of them), then each run of equal values by the next keys.
-template <class Value, class Less, class Equal>
-void sortByValues(TNObjectSequence& seq, size_t first, size_t last, const SortKeys& keys, size_t k,
-                  const std::vector<Value>& values, Less less, Equal equal) {
-    struct Item {
-        const Value* value;
-        TNObject* object;
-    };
-    std::vector<Item> items(last - first);
-    for (size_t i = first; i < last; ++i)
-        items[i - first] = {&values[i - first], seq[i].get()};
-    const bool ascending = keys[k].ascending;
-    mergeSort(items, 0, items.size(), [&](const Item& a, const Item& b) {
-        return ascending ? less(*a.value, *b.value) : less(*b.value, *a.value);
-    });
-    for (size_t i = first; i < last; ++i)
-        seq[i] = items[i - first].object;
-    // The walk reads the values in place and binds the variable to each element in turn, as
-    // evaluating the key would.
-    TNObjectVarExpr& variable = *keys[k].key->contextObject();
-    variable.object(seq[first]);
-    sortRuns(seq, first, last, keys, k, [&](size_t i, size_t runStart) {
-        variable.object(seq[i]);
-        return !equal(*items[i - first].value, *items[runStart - first].value);
-    });
-}
-
-// The sort of an attribute key: each key evaluated once, in order. When every element's slot is
-// a text, the texts are compared where they lie (as TNValue compares texts, byte-wise) instead
-// of being copied into values. False (and nothing sorted) when an evaluation raises, so that the
-// caller's evaluation order decides what is raised.
-bool sortByAttributeKey(TNObjectSequence& seq, size_t first, size_t last, const SortKeys& keys,
-                        size_t k) {
-    const TNValueAbsExpr& abs = *keys[k].key;
-    const auto& attr = static_cast<const TNAttrExpr&>(*abs.expr());
+// Sorts seq[first, last) by key k evaluated once per element, in order: each value kept as a
+// view (numbers in it, texts where they lie: a slot, a constant, or else a value kept here),
+// then (value, element) pairs sorted stably, compared as TNValue compares the values. False,
+// with nothing sorted, when an evaluation raises: the caller then evaluates comparison by
+// comparison, which raises what it raises (the evaluations done here having had no effect).
+bool sortByKeyValues(TNObjectSequence& seq, size_t first, size_t last, const SortPlan& plan,
+                     size_t k) {
+    const TNValueAbsExpr& abs = *plan.keys[k].key;
     TNObjectVarExpr& variable = *abs.contextObject();
-    std::vector<const char*> texts;
-    std::vector<TNValue> values;
+    const TNValueExpr& body = *abs.expr();
+    const tn_detail::Route route = tn_detail::routeOf(body);
+    const size_t n = last - first;
+    std::vector<tn_detail::ValueView> values(n);
+    // Texts made by evaluating, which lie nowhere else, one after another in one text that
+    // grows by doubling (each followed by a NUL), found by their offsets once all are made; a
+    // text sum is appended there directly (rule 5).
+    SgxString made;
+    std::vector<std::pair<size_t, size_t>> madeAt; // (element, offset in made)
+    const auto* sum = tn_detail::isExactly<TNArithmeticExpr>(body)
+                          ? static_cast<const TNArithmeticExpr*>(&body)
+                          : nullptr;
+    if (sum != nullptr && sum->op() != TNArithmeticExpr::TNPlus)
+        sum = nullptr;
     try {
-        texts.reserve(last - first);
-        for (size_t i = first; i < last; ++i) {
-            variable.object(seq[i]);
-            const char* text = attr.slotFor(seq[i]).textInPlace();
-            if (text == nullptr)
+        TNValue scratch;
+        for (size_t i = 0; i < n; ++i) {
+            variable.object(seq[first + i]);
+            tn_detail::ValueView& value = values[i];
+            if (sum != nullptr) {
+                const size_t at = made.size();
+                if (sum->sumInto(made, scratch)) {
+                    made.push_back('\0');
+                    value.type = TNVString;
+                    madeAt.emplace_back(i, at);
+                    continue;
+                }
+            }
+            const tn_detail::ValueView view = sum != nullptr
+                                                  ? tn_detail::ValueView{.value = &scratch}
+                                                  : tn_detail::viewByRoute(route, body, scratch);
+            value.type = view.myType();
+            switch (value.type) {
+            case TNVInt:
+            case TNVBoolean:
+                value.integer = view.value != nullptr ? view.value->asLongInt() : view.integer;
                 break;
-            texts.push_back(text);
-        }
-        if (texts.size() < last - first) {
-            values.reserve(last - first);
-            for (size_t i = first; i < last; ++i)
-                values.push_back(abs(seq[i]));
+            case TNVDouble:
+                value.real = view.value != nullptr ? view.value->asDouble() : view.real;
+                break;
+            case TNVString:
+                if (view.value == &scratch) {
+                    madeAt.emplace_back(i, made.size());
+                    made.append(scratch.text()).push_back('\0');
+                } else {
+                    value.text = view.textOrNull();
+                }
+                break;
+            default:
+                break;
+            }
         }
     } catch (...) {
         return false;
     }
-    if (values.empty())
-        sortByValues(
-            seq, first, last, keys, k, texts,
-            [](const char* a, const char* b) { return std::strcmp(a, b) < 0; },
-            [](const char* a, const char* b) { return std::strcmp(a, b) == 0; });
+    for (const auto& [i, at] : madeAt)
+        values[i].text = made.data() + at;
+    // (value, element) pairs, small enough that the sort moves little.
+    struct Item {
+        const tn_detail::ValueView* value;
+        TNObject* object;
+    };
+    std::vector<Item> items(n);
+    for (size_t i = 0; i < n; ++i)
+        items[i] = {&values[i], seq[first + i].get()};
+    // Keys of one kind compare as TNValue compares them, without a call: texts byte-wise,
+    // integers and truth values by their integers, reals by value. Such comparisons are a strict
+    // weak order (reals without NaN), so the library's stable sort serves; any other mix goes
+    // through the merge sort that survives inconsistent answers.
+    const bool ascending = plan.keys[k].ascending;
+    const auto kind = [&](auto accepts) {
+        return std::all_of(values.begin(), values.end(), accepts);
+    };
+    const auto sortBy = [&](auto less) {
+        std::stable_sort(items.begin(), items.end(), [&](const Item& a, const Item& b) {
+            return ascending ? less(*a.value, *b.value) : less(*b.value, *a.value);
+        });
+    };
+    using View = tn_detail::ValueView;
+    if (kind([](const View& v) { return v.type == TNVString; }))
+        sortBy([](const View& a, const View& b) { return std::strcmp(a.text, b.text) < 0; });
+    else if (kind([](const View& v) { return v.type == TNVInt || v.type == TNVBoolean; }))
+        sortBy([](const View& a, const View& b) { return a.integer < b.integer; });
+    else if (kind([](const View& v) { return v.type == TNVDouble && !std::isnan(v.real); }))
+        sortBy([](const View& a, const View& b) { return a.real < b.real; });
     else
-        sortByValues(
-            seq, first, last, keys, k, values,
-            [](const TNValue& a, const TNValue& b) { return a < b; },
-            [](const TNValue& a, const TNValue& b) { return a == b; });
+        mergeSort(items, 0, n, [&](const Item& a, const Item& b) {
+            return ascending ? tn_detail::viewLess(*a.value, *b.value)
+                             : tn_detail::viewLess(*b.value, *a.value);
+        });
+    for (size_t i = 0; i < n; ++i)
+        seq[first + i] = items[i].object;
+    // The walk reads the values in place and binds the variable to each element in turn, as
+    // evaluating the key would.
+    variable.object(seq[first]);
+    sortRuns(seq, first, last, plan, k, [&](size_t i, size_t runStart) {
+        variable.object(seq[i]);
+        const tn_detail::ValueView& a = *items[i - first].value;
+        const tn_detail::ValueView& b = *items[runStart - first].value;
+        if (a.type == TNVString && b.type == TNVString)
+            return std::strcmp(a.text, b.text) != 0;
+        return !tn_detail::viewEquals(a, b);
+    });
     return true;
 }
 
-void sortRange(TNObjectSequence& seq, size_t first, size_t last, const SortKeys& keys, size_t k) {
-    if (last - first < 2 || k >= keys.size())
+void sortRange(TNObjectSequence& seq, size_t first, size_t last, const SortPlan& plan, size_t k) {
+    if (last - first < 2 || k >= plan.keys.size())
         return;
-    const TNSortExpr::SortKey& key = keys[k];
+    const TNSortExpr::SortKey& key = plan.keys[k];
+    if (plan.once[k] && sortByKeyValues(seq, first, last, plan, k))
+        return;
     const TNValueAbsExpr& abs = *key.key;
-    if (isAttributeKey(abs) && sortByAttributeKey(seq, first, last, keys, k))
-        return;
     mergeSort(seq, first, last,
               [&](const SgxSimplePtr<TNObject>& a, const SgxSimplePtr<TNObject>& b) {
                   const TNValue keyA = abs(a);
@@ -166,7 +219,7 @@ void sortRange(TNObjectSequence& seq, size_t first, size_t last, const SortKeys&
                   return ordered(key, keyA, keyB);
               });
     TNValue runValue = abs(seq[first]);
-    sortRuns(seq, first, last, keys, k, [&](size_t i, size_t /*runStart*/) {
+    sortRuns(seq, first, last, plan, k, [&](size_t i, size_t /*runStart*/) {
         TNValue value = abs(seq[i]);
         if (value == runValue)
             return false;
@@ -297,6 +350,9 @@ const Body* plainBody(const TNValueAbsExpr* abstraction, TNObjectVarExpr*& varia
 
 // Fills in `plan` when `predicate` is an attribute test; leaves it empty otherwise.
 void recognizeAttributeTest(const TNValueAbsExpr* predicate, tn_detail::AttributeTestPlan& plan) {
+    if (predicate != nullptr)
+        tn_detail::recognizeSlotTest(predicate->expr().get(), predicate->contextObject().get(),
+                                     plan.slotTest);
     TNObjectVarExpr* variable = nullptr;
     const auto* test = plainBody<TNRelationalExpr>(predicate, variable);
     if (test == nullptr)
@@ -318,52 +374,79 @@ void recognizeAttributeTest(const TNValueAbsExpr* predicate, tn_detail::Attribut
     plan.negated = op == TNRelationalExpr::TNNotEqual;
 }
 
-// Hands `keep` the elements of `collection` that `predicate` accepts, in order; `plan` is what
-// the predicate was recognized as (TNFilterExpr::attributeTest); `filter` holds them.
+// Hands `keep` the elements of `collection` that `predicate` accepts, in order; `filter` holds
+// them, and what its predicate was recognized as (TNFilterExpr::attributeTest).
 template <class Keep>
 void filterInto(const TNFilterExpr& filter, const TNObjectCollectionExpr& collection,
-                const SgxCyclicPtr<TNValueAbsExpr>& predicate, tn_detail::AttributeTestPlan& plan,
-                Keep keep) {
-    if (plan.variable != nullptr) {
-        AttributeTest test(plan);
-        // Elements one by one, or a whole array: when its objects are all made by one class,
-        // the comparison is prepared for the first and the others are compared by reading the
-        // slot alone (their headers, a line of memory each, are never read). An index outside
-        // the type goes the element way, which raises for it.
-        struct Visit {
-            AttributeTest& test;
-            Keep& keep;
-            bool operator()(const SgxSimplePtr<TNObject>& element) const {
-                if (test(element))
-                    keep(element);
-                return true;
-            }
-            bool operator()(const SgxSimplePtr<TNObject>* first, size_t count, bool uniform) const {
-                size_t i = 0;
-                if (uniform && count > 0 &&
-                    tn_detail::overwrittenOriginals.load(std::memory_order_relaxed) == 0) {
-                    // Never null in a uniform array.
-                    const TNClass* cls = first[0]->getClass().get();
-                    // Prepared for the first element, or else as comparing it in full leaves
-                    // the caches.
-                    if (!test.prepare(cls, first[0]))
-                        (*this)(first[i++]);
-                    if (cls == test.verified)
-                        i = test.compareUniform(first, i, count, keep);
+                const SgxCyclicPtr<TNValueAbsExpr>& predicate, Keep keep) {
+    // A slot test (rule 6, TNPlan.h) decides from each element's slot, the variable bound to
+    // each in turn; it is planned at the first element, after every evaluation of the
+    // collection, which may change the graph.
+    struct Visit {
+        const TNFilterExpr& filter;
+        const SgxCyclicPtr<TNValueAbsExpr>& predicate;
+        Keep& keep;
+        std::optional<tn_detail::SlotTest>& test;
+        bool& planned;
+
+        void plan() const {
+            if (planned)
+                return;
+            planned = true;
+            if (const tn_detail::AttributeTestPlan& current = filter.attributeTest();
+                current.slotTest.variable != nullptr)
+                test.emplace(current.slotTest);
+        }
+        void one(const SgxSimplePtr<TNObject>& element) const {
+            int answer = test ? test->decide(element.get()) : -1;
+            if (answer >= 0) {
+                test->variable()->object(element);
+            } else {
+                answer = tnOperand(filter, predicate).test(element) ? 1 : 0;
+                if (test) {
+                    test->prepare(element.get());
+                    filter.attributeTest().slotDistance = test->slotDistance();
                 }
-                for (; i < count; ++i)
-                    (*this)(first[i]);
-                return true;
             }
-        };
-        collection.forEach(Visit{test, keep});
-        return;
-    }
-    collection.forEach([&](const SgxSimplePtr<TNObject>& element) {
-        if (tnOperand(filter, predicate).test(element))
-            keep(element);
-        return true;
-    });
+            if (answer != 0)
+                keep(element);
+        }
+        bool operator()(const SgxSimplePtr<TNObject>& element) const {
+            plan();
+            one(element);
+            return true;
+        }
+        // A whole array: when its objects are all made by one class (tn_detail::linkUniformTag),
+        // the slot lies at the same place in each, so after the first the others are decided
+        // from their slot alone, their headers unread.
+        bool operator()(const SgxSimplePtr<TNObject>* first, size_t count, bool uniform) const {
+            plan();
+            size_t i = 0;
+            if (test && uniform && count > 1 &&
+                tn_detail::overwrittenOriginals.load(std::memory_order_relaxed) == 0) {
+                one(first[i++]);
+                if (const TNAttribute* model = test->slotIn(*first[0])) {
+                    const TNObject& modelObject = *first[0];
+                    for (; i < count; ++i) {
+                        const int answer =
+                            test->decideSlot(tn_detail::sameSlot(modelObject, *model, *first[i]));
+                        if (answer < 0)
+                            break;
+                        if (answer != 0)
+                            keep(first[i]);
+                    }
+                    // Bound to the last element decided, as testing each would leave it.
+                    test->variable()->object(first[i - 1]);
+                }
+            }
+            for (; i < count; ++i)
+                one(first[i]);
+            return true;
+        }
+    };
+    std::optional<tn_detail::SlotTest> test;
+    bool planned = false;
+    collection.forEach(Visit{filter, predicate, keep, test, planned});
 }
 
 } // namespace
@@ -446,14 +529,14 @@ ptrdiff_t TNFilterExpr::testedSlotDistance() const noexcept {
 
 TNObjectSequence TNFilterExpr::operator()() const {
     TNObjectSequence kept;
-    filterInto(*this, tnOperand(*this, m_collection), m_predicate, attributeTest(),
+    filterInto(*this, tnOperand(*this, m_collection), m_predicate,
                [&](const SgxSimplePtr<TNObject>& element) { kept.push_back(element); });
     return kept;
 }
 
 size_t TNFilterExpr::count() const {
     size_t kept = 0;
-    filterInto(*this, tnOperand(*this, m_collection), m_predicate, attributeTest(),
+    filterInto(*this, tnOperand(*this, m_collection), m_predicate,
                [&](const SgxSimplePtr<TNObject>&) { ++kept; });
     return kept;
 }
@@ -470,7 +553,8 @@ TNObjectSequence TNTraverseExpr::operator()() const {
 
 TNObjectSequence TNSortExpr::operator()() const {
     TNObjectSequence elements = tnOperand(*this, m_collection)();
-    sortRange(elements, 0, elements.size(), m_keys, 0);
+    if (elements.size() >= 2 && !m_keys.empty())
+        sortRange(elements, 0, elements.size(), SortPlan(m_keys), 0);
     return elements;
 }
 
@@ -508,11 +592,12 @@ SgxSimplePtr<TNObject> TNObjectExtractionExpr::operator()() const {
     const size_t needed = m_choice == ExactlyOne ? 2 : 1;
     SgxSimplePtr<TNObject> first;
     size_t seen = 0;
-    tnOperand(*this, m_collection).forEach([&](const SgxSimplePtr<TNObject>& element) {
+    const auto visit = [&](const SgxSimplePtr<TNObject>& element) {
         if (seen++ == 0)
             first = element;
         return seen < needed;
-    });
+    };
+    tnOperand(*this, m_collection).forEach(visit);
     if (m_choice == ExactlyOne) {
         if (seen != 1)
             raiseExtraction("ObjectExtraction: association doesn't have exactly one object.");
@@ -610,13 +695,45 @@ private:
     uint64_t m_graph;
 };
 
+// Where a map puts the text of each element: a string of its own at the end of a sequence.
+struct IntoSequence {
+    TNStringSequence& texts;
+    SgxString& next() { return texts.emplace_back(); }
+    void expect(size_t total) { texts.reserve(texts.size() + total); }
+    // Grows once per array handed over (a long result otherwise grows through fresh pages
+    // several times).
+    void grow(size_t count) {
+        if (const size_t needed = texts.size() + count; needed > texts.capacity())
+            texts.reserve(std::max(needed, 2 * texts.capacity()));
+    }
+};
+
+// Or the end of one joined text, after the delimiter (but for the first). When the number of
+// texts is known, the joined text is sized once the first is in, as if all were as long as it
+// (a guess: a longer result grows by doubling from there).
+struct IntoJoined {
+    SgxString& joined;
+    std::string_view delimiter;
+    size_t count = 0;
+    size_t expected = 0;
+    SgxString& next() {
+        if (count++ > 0) {
+            if (count == 2 && expected > 1)
+                joined.reserve((joined.size() + delimiter.size()) * expected);
+            joined.append(delimiter);
+        }
+        return joined;
+    }
+    void expect(size_t total) { expected = total; }
+    void grow(size_t) {}
+};
+
 } // namespace
 
-TNStringSequence TNMapExpr::operator()() const {
-    // The elements are taken where the collection has them, an array at a time, and the texts
-    // vector grows once per array to hold it (a long result otherwise grows through fresh pages
-    // several times).
-    TNStringSequence texts;
+// The texts of a map, in order, each appended where `sink` wants it (IntoSequence, IntoJoined):
+// the same evaluations and failures, whichever the sink.
+template <class Sink> void TNMapExpr::textsInto(Sink& sink) const {
+    // The elements are taken where the collection has them, an array at a time.
     const TNValueAbsExpr& function = tnOperand(*this, m_function);
     // A copy: the function may evaluate this map again, which may derive the plan anew.
     const tn_detail::MapPlan plan = tn_detail::shapeCacheIn<tn_detail::MapPlan>(m_plan).get(
@@ -627,7 +744,7 @@ TNStringSequence TNMapExpr::operator()() const {
         if (tn_detail::AttributeTestPlan& test = plan.filter->attributeTest(); test.variable)
             tested.emplace(*plan.filter, *plan.step, test);
     struct Append {
-        TNStringSequence& texts;
+        Sink& sink;
         const TNValueAbsExpr& function;
         const tn_detail::MapPlan& plan;
         std::optional<TestedLinkCount>& tested;
@@ -637,28 +754,25 @@ TNStringSequence TNMapExpr::operator()() const {
             if (plan.counted != nullptr) {
                 plan.variable->object(element);
                 // count([role] of x) is the step's count from x.
-                const size_t count = tested                 ? (*tested)(element)
+                const size_t count = tested ? (*tested)(element)
                                      : plan.filter == nullptr && plan.step != nullptr
                                          ? plan.step->count(element)
                                          : plan.counted->count();
-                TNValue(static_cast<int32_t>(count)).appendTo(texts.emplace_back());
+                TNValue(static_cast<int32_t>(count)).appendTo(sink.next());
             } else {
-                // The function's value is read in place (a text attribute, a constant).
+                // The function's value is read in place (a text attribute, a constant), a text
+                // sum appended operand by operand.
                 tnVariable(function, function.contextObject()).object(element);
-                TNValue scratch;
-                tn_detail::appendView(
-                    tn_detail::viewOf(tnOperand(function, function.expr()), scratch),
-                    texts.emplace_back());
+                tn_detail::appendValue(tnOperand(function, function.expr()), sink.next());
             }
             return true;
         }
         void expect(size_t total) const {
             expected = total;
-            texts.reserve(texts.size() + total);
+            sink.expect(total);
         }
         bool operator()(const SgxSimplePtr<TNObject>* first, size_t count, bool) const {
-            if (const size_t needed = texts.size() + count; needed > texts.capacity())
-                texts.reserve(std::max(needed, 2 * texts.capacity()));
+            sink.grow(count);
             if (plan.step == nullptr || std::max(expected, count) < lookAheadFrom) {
                 for (size_t i = 0; i < count; ++i)
                     (*this)(first[i]);
@@ -676,8 +790,19 @@ TNStringSequence TNMapExpr::operator()() const {
             return true;
         }
     };
-    tnOperand(*this, m_collection).forEach(Append{texts, function, plan, tested});
+    tnOperand(*this, m_collection).forEach(Append{sink, function, plan, tested});
+}
+
+TNStringSequence TNMapExpr::operator()() const {
+    TNStringSequence texts;
+    IntoSequence sink{texts};
+    textsInto(sink);
     return texts;
+}
+
+void TNMapExpr::appendJoined(std::string_view delimiter, SgxString& joined) const {
+    IntoJoined sink{joined, delimiter};
+    textsInto(sink);
 }
 
 // Out of line: a caller that knows a node's exact type may call these directly, which an

@@ -15,6 +15,7 @@
 #include "tarnel/navigation/TNAssociationTraversal.h"
 
 #include <cstdint>
+#include <string_view>
 #include <vector>
 
 // ---------------------------------------------------------------------------------------------
@@ -129,9 +130,9 @@ public:
 // which the standard library's sorts may not survive.
 //
 // Evaluations: each comparison evaluates the key on a, then on b, and the run walk once more per
-// element; a key whose body is an attribute of its own variable named by a constant (TNAttrExpr)
-// has no effect but its value, so it is evaluated once per element instead, with the same result
-// and the variable left bound to the same element.
+// element; a key made only of the library's nodes that have no effect but their value (an
+// attribute of its own variable, arithmetic, comparisons, constants) is evaluated once per
+// element instead, with the same result and the variable left bound to the same element.
 class TARNEL_API TNSortExpr : public TNObjectCollectionExpr {
 public:
     struct SortKey {
@@ -233,7 +234,14 @@ public:
     TN_EXPR_FIELD(TNObjectCollectionExprPtr, collection);
 
     // --- End of public API: what follows is the library's own ---
+public:
+    // Appends the texts of operator()() to `joined`, `delimiter` between two, with the same
+    // evaluations and failures, without a sequence of them (TNDelimiterExpr over a map). On a
+    // raise, `joined` may hold part of them.
+    void appendJoined(std::string_view delimiter, SgxString& joined) const;
+
 private:
+    template <class Sink> void textsInto(Sink& sink) const;
     // What the function was recognized as (a ShapeCache<MapPlan>), kept while no graph changes.
     mutable tn_detail::OpaqueShapeCache m_plan;
 };

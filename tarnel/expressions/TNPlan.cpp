@@ -1,5 +1,7 @@
 #include "tarnel/expressions/internal/TNPlan.h"
 
+#include "tarnel/expressions/internal/TNCollectionPlan.h"
+
 #include "tarnel/expressions/TNCollectionExpr.h"
 #include "tarnel/expressions/TNQuantifierExpr.h"
 #include "tarnel/expressions/TNScalarExpr.h"
@@ -36,10 +38,9 @@ const TNValue& ValueView::materialize(TNValue& scratch) const {
     return scratch;
 }
 
-ValueView viewOfSlot(const TNAttribute& slot, TNValue& scratch) {
+ValueView viewOfOtherSlot(const TNAttribute& slot, TNValue& scratch) {
     ValueView view;
-    switch (slot.type()) {
-    case TNAttrEnumeration: {
+    if (slot.type() == TNAttrEnumeration) {
         // The literal's name where its type keeps it; a bad index or a missing type is left to
         // asString(), which raises for it.
         const TNEnumType* type = slot.attrDesc()->enumType().get();
@@ -55,83 +56,57 @@ ValueView viewOfSlot(const TNAttribute& slot, TNValue& scratch) {
         view.text = literal;
         return view;
     }
-    case TNAttrInteger:
-    case TNAttrLong:
-        view.type = TNVInt;
-        view.integer = slot.integerInPlace();
-        return view;
-    case TNAttrBoolean:
-        view.type = TNVBoolean;
-        view.integer = slot.integerInPlace() != 0 ? 1 : 0;
-        return view;
-    case TNAttrReal:
-        view.type = TNVDouble;
-        view.real = slot.asDouble();
-        return view;
-    case TNAttrString:
-        view.type = TNVString;
-        view.text = slot.textInPlace();
-        return view;
-    default:
-        scratch = slot.value(); // raises for an unknown kind
-        view.value = &scratch;
-        return view;
-    }
-}
-
-ValueView viewOf(const TNValueExpr& node, TNValue& scratch) {
-    const std::type_info& type = typeid(node);
-    if (type == typeid(TNConstantExpr)) {
-        ValueView view;
-        view.value = &static_cast<const TNConstantExpr&>(node).constant();
-        return view;
-    }
-    if (type == typeid(TNAttrExpr)) {
-        const auto& attr = static_cast<const TNAttrExpr&>(node);
-        const TNObjectExprPtr operand = attr.object();
-        const SgxSimplePtr<TNObject> object = tnOperand(attr, operand)();
-        return viewOfSlot(attr.slotFor(object), scratch);
-    }
-    if (type == typeid(TNValueBindingExpr)) {
-        ValueView view;
-        view.value = &static_cast<const TNValueBindingExpr&>(node).resultInPlace();
-        view.transient = true;
-        return view;
-    }
-    scratch = node();
-    ValueView view;
+    scratch = slot.value(); // raises for an unknown kind
     view.value = &scratch;
     return view;
 }
 
-namespace {
-// The other operand as a TNValue: in place, or made without allocating unless it is a text of
-// a slot (a number compared with a text attribute).
-const TNValue& asValue(const ValueView& view, TNValue& scratch) {
-    return view.materialize(scratch);
+Route routeOf(const TNValueExpr& node) noexcept {
+    if (isExactly<TNConstantExpr>(node))
+        return Route::Constant;
+    if (isExactly<TNAttrExpr>(node))
+        return Route::Attribute;
+    if (isExactly<TNValueBindingExpr>(node))
+        return Route::Binding;
+    return Route::Evaluated;
 }
-} // namespace
 
-bool viewEquals(const ValueView& lhs, const ValueView& rhs) {
+bool viewEqualsInGeneral(const ValueView& lhs, const ValueView& rhs) {
     if (const char* left = lhs.textOrNull()) {
         if (const char* right = rhs.textOrNull())
             return std::strcmp(left, right) == 0;
         TNValue scratch;
-        return std::strcmp(left, asValue(rhs, scratch).asString().c_str()) == 0;
+        return std::strcmp(left, rhs.materialize(scratch).asString().c_str()) == 0;
     }
     TNValue leftScratch, rightScratch;
-    return asValue(lhs, leftScratch) == asValue(rhs, rightScratch);
+    return lhs.materialize(leftScratch) == rhs.materialize(rightScratch);
 }
 
-bool viewLess(const ValueView& lhs, const ValueView& rhs) {
+bool viewLessInGeneral(const ValueView& lhs, const ValueView& rhs) {
     if (const char* left = lhs.textOrNull()) {
         if (const char* right = rhs.textOrNull())
             return std::strcmp(left, right) < 0;
         TNValue scratch;
-        return std::strcmp(left, asValue(rhs, scratch).asString().c_str()) < 0;
+        return std::strcmp(left, rhs.materialize(scratch).asString().c_str()) < 0;
     }
     TNValue leftScratch, rightScratch;
-    return asValue(lhs, leftScratch) < asValue(rhs, rightScratch);
+    return lhs.materialize(leftScratch) < rhs.materialize(rightScratch);
+}
+
+bool viewTruthInGeneral(const ValueView& view) {
+    if (view.value == nullptr) {
+        switch (view.type) {
+        case TNVInt:
+        case TNVBoolean:
+            return view.integer != 0;
+        case TNVString:
+            return std::strcmp(view.text, "true") == 0;
+        default:
+            break;
+        }
+    }
+    TNValue scratch;
+    return view.materialize(scratch).asBoolean();
 }
 
 void appendView(const ValueView& view, SgxString& text) {
@@ -141,6 +116,92 @@ void appendView(const ValueView& view, SgxString& text) {
     }
     TNValue scratch;
     view.materialize(scratch).appendTo(text);
+}
+
+void appendValue(const TNValueExpr& node, SgxString& text) {
+    if (isExactly<TNArithmeticExpr>(node)) {
+        static_cast<const TNArithmeticExpr&>(node).appendTo(text);
+        return;
+    }
+    TNValue scratch;
+    appendView(viewOf(node, scratch), text);
+}
+
+void recognizeSlotTest(const TNValueExpr* condition, TNObjectVarExpr* variable,
+                       SlotTestPlan& plan) {
+    if (condition == nullptr || variable == nullptr || !isExactly<TNObjectVarExpr>(*variable) ||
+        !isExactly<TNRelationalExpr>(*condition))
+        return;
+    const auto& relational = static_cast<const TNRelationalExpr&>(*condition);
+    const TNValueExpr* lhs = relational.lhs().get();
+    const TNValueExpr* rhs = relational.rhs().get();
+    const int32_t op = relational.op();
+    if (op < TNRelationalExpr::TNEqual || op > TNRelationalExpr::TNGreaterEqual || lhs == nullptr ||
+        rhs == nullptr || !isExactly<TNAttrExpr>(*lhs) || !isExactly<TNConstantExpr>(*rhs))
+        return;
+    const auto& attr = static_cast<const TNAttrExpr&>(*lhs);
+    const TNValueExpr* name = attr.name().get();
+    if (attr.object().get() != variable || name == nullptr || !isExactly<TNConstantExpr>(*name))
+        return;
+    plan.variable = variable;
+    plan.attr = &attr;
+    plan.constant = static_cast<const TNConstantExpr*>(rhs);
+    plan.op = op;
+    const TNValue& c = plan.constant->constant();
+    plan.integer = c.asLongInt();
+    plan.truth = c.asBoolean();
+    plan.real = c.asDouble();
+    plan.text = c.asString();
+}
+
+bool SlotTest::adopt(const TNClass* cls) const noexcept {
+    const SlotTestPlan::Prepared& kept = m_plan.prepared;
+    if (cls == nullptr || kept.classId == 0 || cls->instanceId() != kept.classId ||
+        kept.desc->type() != kept.kind)
+        return false;
+    if (kept.kind == TNAttrEnumeration) {
+        const TNEnumType* type = kept.desc->enumType().get();
+        if (type == nullptr || type != kept.enumType || type->instanceId() != kept.typeId ||
+            type->literalCount() != kept.literalCount)
+            return false;
+    }
+    m_desc = kept.desc;
+    m_kind = kept.kind;
+    m_enumType = kept.enumType;
+    m_literalCount = kept.literalCount;
+    m_literal = kept.literal;
+    m_class = cls;
+    return true;
+}
+
+void SlotTest::prepare(const TNObject* element) noexcept {
+    m_class = nullptr;
+    if (element == nullptr)
+        return;
+    try {
+        const TNAttribute& slot =
+            m_plan.attr->slotFor(SgxSimplePtr<TNObject>(const_cast<TNObject*>(element)));
+        SlotTestPlan::Prepared found;
+        found.desc = slot.attrDesc().get();
+        found.kind = slot.type();
+        if (found.kind == TNAttrEnumeration) {
+            const TNEnumType* type = found.desc->enumType().get();
+            if (type == nullptr)
+                return;
+            found.enumType = type;
+            found.typeId = type->instanceId();
+            found.literalCount = type->literalCount();
+            const std::string_view text(m_plan.text);
+            found.literal = type->check(text) ? static_cast<int64_t>((*type)[text]) : -1;
+        }
+        const TNClass* cls = element->getClass().get();
+        found.classId = cls->instanceId();
+        m_plan.prepared = found;
+        adopt(cls);
+    } catch (...) {
+        // Left unprepared: the elements of this class are evaluated node by node.
+        m_class = nullptr;
+    }
 }
 
 namespace {
@@ -159,9 +220,8 @@ public:
             return m_ok;
         bool ok = isListed(typeid(*node));
         if (ok)
-            tnVisitOperands(*node, [&](const SgxCyclicPtrBody* operand) {
-                ok = ok && walk(operand);
-            });
+            tnVisitOperands(*node,
+                            [&](const SgxCyclicPtrBody* operand) { ok = ok && walk(operand); });
         return settle(ok);
     }
 
@@ -189,19 +249,29 @@ private:
     }
 
     static bool isListed(const std::type_info& type) {
-        static const std::type_info* const listed[] = {
-            &typeid(TNConstantExpr),      &typeid(TNAttrExpr),
-            &typeid(TNRelationalExpr),    &typeid(TNBooleanExpr),
-            &typeid(TNArithmeticExpr),    &typeid(TNConversionExpr),
-            &typeid(TNCountExpr),         &typeid(TNRegExpMatchExpr),
-            &typeid(TNRegExpFindExpr),    &typeid(TNStringManipulationExpr),
-            &typeid(TNClassNameExpr),     &typeid(TNUidExpr),
-            &typeid(TNIfValueExpr),       &typeid(TNObjectEqualityExpr),
-            &typeid(TNObjectSetExpr),     &typeid(TNObjectVarExpr),
-            &typeid(TNObjectExtractionExpr), &typeid(TNModelExpr),
-            &typeid(TNIfObjectExpr),      &typeid(TNAllInstancesExpr),
-            &typeid(TNUniqueExpr),        &typeid(TNReverseExpr),
-            &typeid(TNIfObjectCollectionExpr)};
+        static const std::type_info* const listed[] = {&typeid(TNConstantExpr),
+                                                       &typeid(TNAttrExpr),
+                                                       &typeid(TNRelationalExpr),
+                                                       &typeid(TNBooleanExpr),
+                                                       &typeid(TNArithmeticExpr),
+                                                       &typeid(TNConversionExpr),
+                                                       &typeid(TNCountExpr),
+                                                       &typeid(TNRegExpMatchExpr),
+                                                       &typeid(TNRegExpFindExpr),
+                                                       &typeid(TNStringManipulationExpr),
+                                                       &typeid(TNClassNameExpr),
+                                                       &typeid(TNUidExpr),
+                                                       &typeid(TNIfValueExpr),
+                                                       &typeid(TNObjectEqualityExpr),
+                                                       &typeid(TNObjectSetExpr),
+                                                       &typeid(TNObjectVarExpr),
+                                                       &typeid(TNObjectExtractionExpr),
+                                                       &typeid(TNModelExpr),
+                                                       &typeid(TNIfObjectExpr),
+                                                       &typeid(TNAllInstancesExpr),
+                                                       &typeid(TNUniqueExpr),
+                                                       &typeid(TNReverseExpr),
+                                                       &typeid(TNIfObjectCollectionExpr)};
         for (const std::type_info* entry : listed)
             if (*entry == type)
                 return true;

@@ -1,15 +1,62 @@
 #include "tarnel/expressions/TNQuantifierExpr.h"
 
+#include "tarnel/expressions/internal/TNCollectionPlan.h"
+
 #include <algorithm>
 #include <functional>
+#include <optional>
 
 TNValue TNQuantifierExpr::quantify(bool whileResult) const {
+    // A condition that is a slot test (rule 6, TNPlan.h) is decided from each element's slot;
+    // the variable is still bound to each element in turn. The test is planned at the first
+    // element, after every evaluation of the collection, which may change the graph.
+    struct Visit {
+        const TNQuantifierExpr& node;
+        const bool whileResult;
+        bool& result;
+        std::optional<tn_detail::SlotTest>& test;
+        bool& planned;
+
+        void plan() const {
+            if (planned)
+                return;
+            planned = true;
+            const tn_detail::SlotTestPlan& slotTest =
+                tn_detail::shapeCacheIn<tn_detail::SlotTestPlan>(node.m_plan)
+                    .get([&](tn_detail::SlotTestPlan& derived) {
+                        tn_detail::recognizeSlotTest(node.m_condition.get(),
+                                                     node.m_boundVariable.get(), derived);
+                    });
+            if (slotTest.variable != nullptr)
+                test.emplace(slotTest);
+        }
+        bool one(const SgxSimplePtr<TNObject>& element) const {
+            tnVariable(node, node.m_boundVariable).object(element);
+            int answer = test ? test->decide(element.get()) : -1;
+            if (answer < 0) {
+                answer = tnOperand(node, node.m_condition).test() ? 1 : 0;
+                if (test)
+                    test->prepare(element.get());
+            }
+            result = answer != 0;
+            return result == whileResult;
+        }
+        bool operator()(const SgxSimplePtr<TNObject>& element) const {
+            plan();
+            return one(element);
+        }
+        bool operator()(const SgxSimplePtr<TNObject>* first, size_t count, bool) const {
+            plan();
+            for (size_t i = 0; i < count; ++i)
+                if (!one(first[i]))
+                    return false;
+            return true;
+        }
+    };
     bool result = whileResult;
-    tnOperand(*this, m_collection).forEach([&](const SgxSimplePtr<TNObject>& element) {
-        tnVariable(*this, m_boundVariable).object(element);
-        result = tnOperand(*this, m_condition).test();
-        return result == whileResult;
-    });
+    std::optional<tn_detail::SlotTest> test;
+    bool planned = false;
+    tnOperand(*this, m_collection).forEach(Visit{*this, whileResult, result, test, planned});
     return TNValue(result);
 }
 

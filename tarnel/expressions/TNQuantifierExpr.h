@@ -30,6 +30,12 @@ protected:
     // Tests the elements in order until the condition's asBoolean() differs from `whileResult`;
     // returns the last answer (`whileResult` for an empty collection).
     TNValue quantify(bool whileResult) const;
+
+    // --- End of public API: what follows is the library's own ---
+private:
+    // What the condition was recognized as (a ShapeCache<SlotTestPlan>), kept while no graph
+    // changes.
+    mutable tn_detail::OpaqueShapeCache m_plan;
 };
 
 // True when the condition holds for every element; stops at the first element that fails it.

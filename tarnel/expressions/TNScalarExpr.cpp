@@ -72,39 +72,85 @@ TNValue realArithmetic(TNArithmeticExpr::TNArithOp op, double a, const TNValue& 
 } // namespace
 
 bool TNRelationalExpr::test() const {
+    // How each operand is read, chosen once per graph change (rule 1, TNPlan.h).
+    const Plan& plan = m_plan.get([&](Plan& derived) {
+        const TNValueExpr* lhs = m_lhs.get();
+        const TNValueExpr* rhs = m_rhs.get();
+        derived.lhsEffectFree = lhs != nullptr && tn_detail::effectFree(*lhs);
+        derived.rhsEffectFree = rhs != nullptr && tn_detail::effectFree(*rhs);
+        derived.lhsRoute = static_cast<uint8_t>(lhs != nullptr ? tn_detail::routeOf(*lhs)
+                                                               : tn_detail::Route::Evaluated);
+        derived.rhsRoute = static_cast<uint8_t>(rhs != nullptr ? tn_detail::routeOf(*rhs)
+                                                               : tn_detail::Route::Evaluated);
+        derived.attributeEqualsConstant =
+            derived.lhsRoute == static_cast<uint8_t>(tn_detail::Route::Attribute) &&
+            derived.rhsRoute == static_cast<uint8_t>(tn_detail::Route::Constant);
+        derived.attributeOnce =
+            derived.attributeEqualsConstant &&
+            (derived.lhsEffectFree || (m_op != TNGreater && m_op != TNLessEqual));
+    });
     // attribute == constant, the filter of most reports: the attribute node compares from the
-    // caches it keeps per class and per constant. Evaluating a constant has no effect, so reading
-    // it first keeps the order of everything observable.
-    const TNValueExpr* lhs = m_lhs.get();
-    const TNValueExpr* rhs = m_rhs.get();
-    if ((m_op == TNEqual || m_op == TNNotEqual) && lhs != nullptr && rhs != nullptr &&
-        typeid(*rhs) == typeid(TNConstantExpr) && typeid(*lhs) == typeid(TNAttrExpr)) {
-        const bool equal =
-            static_cast<const TNAttrExpr&>(*lhs).equals(static_cast<const TNConstantExpr&>(*rhs));
-        return m_op == TNEqual ? equal : !equal;
+    // caches it keeps per class and per constant (an enumeration by its literal's index).
+    // Evaluating a constant has no effect, so reading it first keeps the order of everything
+    // observable.
+    const TNRelOp op = m_op;
+    if ((op == TNEqual || op == TNNotEqual) && plan.attributeEqualsConstant) {
+        const bool equal = static_cast<const TNAttrExpr&>(*m_lhs).equals(
+            static_cast<const TNConstantExpr&>(*m_rhs));
+        return op == TNEqual ? equal : !equal;
+    }
+    if (plan.attributeOnce) {
+        // An attribute ordered against a constant: the slot read in place once, numbers
+        // compared as they lie.
+        TNValue scratch;
+        const tn_detail::ValueView left = static_cast<const TNAttrExpr&>(*m_lhs).view(scratch);
+        const tn_detail::ValueView right{
+            .value = &static_cast<const TNConstantExpr&>(*m_rhs).constant()};
+        tn_detail::ValueView l, r;
+        bool equal = false, less = false;
+        if (!tn_detail::numberOf(left, l) || !tn_detail::numberOf(right, r) ||
+            !tn_detail::compareNumbers(l, r, equal, less)) {
+            equal = tn_detail::viewEquals(left, right);
+            less = tn_detail::viewLess(left, right);
+        }
+        switch (op) {
+        case TNEqual:
+            return equal;
+        case TNNotEqual:
+            return !equal;
+        case TNLess:
+            return less;
+        case TNGreaterEqual:
+            return !less;
+        case TNGreater:
+            return !equal && !less;
+        case TNLessEqual:
+            return equal || less;
+        }
+        return false;
     }
     // Otherwise both operands are read in place (constants, bindings and attribute slots
     // without a copy).
-    const Plan& plan = m_plan.get([&](Plan& derived) {
-        derived.lhsEffectFree = m_lhs.get() != nullptr && tn_detail::effectFree(*m_lhs);
-        derived.rhsEffectFree = m_rhs.get() != nullptr && tn_detail::effectFree(*m_rhs);
-    });
+    const auto lhsRoute = static_cast<tn_detail::Route>(plan.lhsRoute);
+    const auto rhsRoute = static_cast<tn_detail::Route>(plan.rhsRoute);
+    const bool lhsEffectFree = plan.lhsEffectFree;
+    const bool evaluatedOnce = plan.lhsEffectFree && plan.rhsEffectFree;
     TNValue rightScratch, leftScratch;
     tn_detail::ValueView right, left;
     const auto evaluate = [&] {
-        right = tn_detail::viewOf(tnOperand(*this, m_rhs), rightScratch);
+        right = tn_detail::viewByRoute(rhsRoute, tnOperand(*this, m_rhs), rightScratch);
         // What lhs may change (a binding it flushes, a value a host's node sets) is copied first.
-        if (!plan.lhsEffectFree && right.value != &rightScratch) {
+        if (!lhsEffectFree && right.value != &rightScratch) {
             if (right.value != nullptr)
                 rightScratch = *right.value;
             else
                 right.materialize(rightScratch);
             right = tn_detail::ValueView{.value = &rightScratch};
         }
-        left = tn_detail::viewOf(tnOperand(*this, m_lhs), leftScratch);
+        left = tn_detail::viewByRoute(lhsRoute, tnOperand(*this, m_lhs), leftScratch);
     };
     evaluate();
-    switch (m_op) {
+    switch (op) {
     case TNEqual:
         return tn_detail::viewEquals(left, right);
     case TNNotEqual:
@@ -118,13 +164,13 @@ bool TNRelationalExpr::test() const {
             return false;
         // Decided on a second evaluation of both operands, which operands with side effects or
         // caches can observe; others would only yield the same values again.
-        if (!plan.lhsEffectFree || !plan.rhsEffectFree)
+        if (!evaluatedOnce)
             evaluate();
         return !tn_detail::viewLess(left, right);
     case TNLessEqual:
         if (tn_detail::viewEquals(left, right))
             return true;
-        if (!plan.lhsEffectFree || !plan.rhsEffectFree)
+        if (!evaluatedOnce)
             evaluate();
         return tn_detail::viewLess(left, right);
     }
@@ -145,27 +191,67 @@ bool TNBooleanExpr::test() const {
     return false;
 }
 
+bool TNArithmeticExpr::sumInto(SgxString& text, TNValue& number) const {
+    // The left spine of sums: this node, its lhs when that is a sum too, and so on, down to the
+    // leftmost operand, which is evaluated first; the right operands follow from the innermost
+    // sum outwards, as evaluating node by node takes them. A text on the left makes every sum
+    // above it a text, so the texts are appended one after another where the text is built
+    // instead of each sum copying the one below it (rule 5).
+    constexpr size_t maxSpine = 16;
+    const TNArithmeticExpr* spine[maxSpine];
+    size_t depth = 0;
+    const TNArithmeticExpr* innermost = this;
+    spine[depth++] = this;
+    while (depth < maxSpine) {
+        const TNValueExpr* lhs = innermost->m_lhs.get();
+        if (lhs == nullptr || !tn_detail::isExactly<TNArithmeticExpr>(*lhs))
+            break;
+        const auto& inner = static_cast<const TNArithmeticExpr&>(*lhs);
+        if (inner.m_op != TNPlus)
+            break;
+        innermost = &inner;
+        spine[depth++] = innermost;
+    }
+    TNValue leftScratch;
+    const tn_detail::ValueView left =
+        tn_detail::viewOf(tnOperand(*innermost, innermost->m_lhs), leftScratch);
+    if (left.myType() != TNVString) {
+        // Numbers stay numbers (and anything else nothing) all the way up.
+        number = left.materialize(leftScratch);
+        for (size_t i = depth; i-- > 0;)
+            number = spine[i]->arithmetic(number);
+        return false;
+    }
+    // Appended before anything else is evaluated, so a transient view is still what it was.
+    text.append(left.textOrNull());
+    for (size_t i = depth; i-- > 0;) {
+        if (const TNValueExpr* rhs = spine[i]->m_rhs.get()) {
+            TNValue rightScratch;
+            tn_detail::appendView(tn_detail::viewOf(*rhs, rightScratch), text);
+        }
+    }
+    return true;
+}
+
 TNValue TNArithmeticExpr::operator()() const {
     if (m_op == TNPlus) {
-        // Texts are read where they lie instead of being copied into values first.
-        TNValue leftScratch;
-        tn_detail::ValueView left = tn_detail::viewOf(tnOperand(*this, m_lhs), leftScratch);
-        // rhs may flush a binding read in place.
-        if (left.transient) {
-            leftScratch = *left.value;
-            left = tn_detail::ValueView{.value = &leftScratch};
-        }
-        if (left.myType() != TNVString)
-            return arithmetic(left.materialize(leftScratch));
-        if (m_rhs.isNull())
-            return TNValue(left.textOrNull());
-        TNValue rightScratch;
-        const tn_detail::ValueView right = tn_detail::viewOf(*m_rhs, rightScratch);
-        SgxString sum(left.textOrNull());
-        tn_detail::appendView(right, sum);
-        return TNValue(sum);
+        SgxString sum;
+        TNValue number;
+        if (sumInto(sum, number))
+            return TNValue(sum);
+        return number;
     }
     return arithmetic(tnOperand(*this, m_lhs)());
+}
+
+void TNArithmeticExpr::appendTo(SgxString& text) const {
+    TNValue number;
+    if (m_op == TNPlus) {
+        if (!sumInto(text, number))
+            number.appendTo(text);
+        return;
+    }
+    (*this)().appendTo(text);
 }
 
 TNValue TNArithmeticExpr::arithmetic(const TNValue& a) const {
@@ -198,6 +284,36 @@ TNValue TNCountExpr::operator()() const {
 TNAttrExpr::TNAttrExpr(const SgxString& name, const TNObjectExprPtr& object)
     : m_name(new TNConstantExpr(name)), m_object(object) {}
 
+// The object the operand yields: a plain variable's without a virtual call (it is checked the
+// same way).
+inline SgxSimplePtr<TNObject> TNAttrExpr::objectOperand() const {
+    const TNObjectExpr& operand = tnOperand(*this, m_object);
+    return tn_detail::isExactly<TNObjectVarExpr>(operand)
+               ? static_cast<const TNObjectVarExpr&>(operand).TNObjectVarExpr::operator()()
+               : operand();
+}
+
+tn_detail::ValueView TNAttrExpr::view(TNValue& scratch) const {
+    const SgxSimplePtr<TNObject> object = objectOperand();
+    return tn_detail::viewOfSlot(slotOf(*object), scratch);
+}
+
+bool TNAttrExpr::test() const {
+    const SgxSimplePtr<TNObject> object = objectOperand();
+    const TNAttribute& slot = slotOf(*object);
+    switch (slot.type()) {
+    case TNAttrInteger:
+    case TNAttrLong:
+    case TNAttrBoolean:
+        // asBoolean() of the integer or truth value the slot word holds.
+        return slot.integerInPlace() != 0;
+    default: {
+        TNValue scratch;
+        return tn_detail::viewTruth(tn_detail::viewOfSlot(slot, scratch));
+    }
+    }
+}
+
 TNValue TNAttrExpr::operator()() const {
     const SgxSimplePtr<TNObject> object = tnOperand(*this, m_object)();
     const TNAttribute& slot = slotOf(*object);
@@ -223,7 +339,7 @@ bool TNAttrExpr::enumComparison(const SgxSimplePtr<TNObject>& object,
     const TNClass* cls = o != nullptr ? o->getClass().get() : nullptr;
     const TNValueExpr& nameNode = tnOperand(*this, m_name);
     if (m_literalStamp == 0 || constant.stamp() != m_literalStamp ||
-        typeid(nameNode) != typeid(TNConstantExpr) ||
+        !tn_detail::isExactly<TNConstantExpr>(nameNode) ||
         static_cast<const TNConstantExpr&>(nameNode).stamp() != m_cachedNameStamp)
         return false;
     const tn_detail::EnumComparison cached = {.cls = cls,
@@ -307,7 +423,7 @@ TNAttribute& TNAttrExpr::slotOf(TNObject& object) const {
     // A plain constant name is known again by its stamp, so that runs of objects of one class
     // reach their slot by position without reading the name at all.
     const TNValueExpr& nameNode = tnOperand(*this, m_name);
-    const bool constantName = typeid(nameNode) == typeid(TNConstantExpr);
+    const bool constantName = tn_detail::isExactly<TNConstantExpr>(nameNode);
     const TNClass* cls = object.getClass().get();
     if (constantName && cls != nullptr && cls->instanceId() == m_cachedClass &&
         static_cast<const TNConstantExpr&>(nameNode).stamp() == m_cachedNameStamp) [[likely]]

@@ -20,6 +20,7 @@ class TNEnumType;
 
 namespace tn_detail {
 struct EnumComparison; // internal/TNCollectionPlan.h
+struct ValueView;      // internal/TNPlan.h
 } // namespace tn_detail
 
 // Comparison of lhs with rhs, as TNValue::operator== and operator< compare them (lhs decides).
@@ -57,6 +58,14 @@ private:
     struct Plan {
         bool lhsEffectFree = false;
         bool rhsEffectFree = false;
+        // How each operand is read (tn_detail::Route), and whether the node is an attribute
+        // compared for (in)equality with a constant (TNAttrExpr::equals).
+        uint8_t lhsRoute = 0;
+        uint8_t rhsRoute = 0;
+        bool attributeEqualsConstant = false;
+        // An attribute compared with a constant by an operator that reads the attribute once
+        // (its operand has no effect, or the operator evaluates once whatever the values).
+        bool attributeOnce = false;
     };
     mutable tn_detail::ShapeCache<Plan> m_plan;
 };
@@ -111,6 +120,16 @@ public:
     TN_EXPR_FIELD(TNValueExprPtr, lhs);
     TN_EXPR_FIELD(TNValueExprPtr, rhs);
     TN_EXPR_FIELD(TNArithOp, op);
+
+    // --- End of public API: what follows is the library's own ---
+public:
+    // Appends operator()().asString() to `text`, with the same evaluations and failures; a text
+    // sum is appended operand by operand, no value being made of it. On a raise, `text` may
+    // hold part of it.
+    void appendTo(SgxString& text) const;
+    // Evaluates a TNPlus sum (this node's operator must be TNPlus): appends it to `text` and
+    // answers true when it is a text, else sets `number` to it and answers false.
+    bool sumInto(SgxString& text, TNValue& number) const;
 
 private:
     // The result for lhs's value `a`, evaluating rhs.
@@ -214,6 +233,11 @@ public:
     // call for `object` leaves behind settle it; false otherwise.
     bool enumComparison(const SgxSimplePtr<TNObject>& object, const TNConstantExpr& constant,
                         tn_detail::EnumComparison& comparison) const;
+    // What operator()() yields, read in place where it lies (tn_detail::viewOf), with the same
+    // evaluations and failures; `scratch` holds what cannot be read in place.
+    tn_detail::ValueView view(TNValue& scratch) const;
+    // operator()().asBoolean() without making the value.
+    bool test() const override;
     // The slot operator()() reads when the object operand yields `object`, found the same way
     // (raising what operator()() raises for it), without evaluating the operand.
     const TNAttribute& slotFor(const SgxSimplePtr<TNObject>& object) const {
@@ -221,6 +245,7 @@ public:
     }
 
 private:
+    SgxSimplePtr<TNObject> objectOperand() const;
     TNAttribute& slotOf(TNObject& object) const;
     // slotOf() when the cache does not answer: finds the slot by name and remembers it.
     TNAttribute& findSlot(TNObject& object, const TNValueExpr& nameNode, bool constantName) const;

@@ -1,6 +1,7 @@
 #include "tarnel/expressions/TNStringExpr.h"
 
 #include "rw/RWClassicCString.h"
+#include "tarnel/expressions/TNCollectionExpr.h"
 #include "tarnel/expressions/internal/TNPlan.h"
 #include "tarnel/instances/TNObject.h"
 
@@ -125,8 +126,15 @@ TNValue TNStringManipulationExpr::operator()() const {
 
 TNValue TNDelimiterExpr::operator()() const {
     const Text delimiter(tnOperand(*this, m_delimiter)());
-    const TNStringSequence strings = tnOperand(*this, m_collection)();
+    const TNStringCollectionExpr& collection = tnOperand(*this, m_collection);
     SgxString joined;
+    if (tn_detail::isExactly<TNMapExpr>(collection)) {
+        // A map's texts are appended where the joined text is built, one after another, with
+        // the same evaluations in the same order: no sequence of them is made (rule 5).
+        static_cast<const TNMapExpr&>(collection).appendJoined(delimiter.view(), joined);
+        return TNValue(joined);
+    }
+    const TNStringSequence strings = collection();
     if (!strings.empty()) {
         size_t size = delimiter.view().size() * (strings.size() - 1);
         for (const SgxString& s : strings)

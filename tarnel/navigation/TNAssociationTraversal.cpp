@@ -283,8 +283,8 @@ struct TNAssociationTraversal::Closure {
             }
             if ((word & linkSingleTag) == 0)
                 return false;
-            pending.push({nullptr, 1, linkDepth, reinterpret_cast<TNObject*>(word & ~linkTagMask),
-                          false});
+            pending.push(
+                {nullptr, 1, linkDepth, reinterpret_cast<TNObject*>(word & ~linkTagMask), false});
             sum += stepAdds;
             return true;
         };
@@ -323,8 +323,7 @@ struct TNAssociationTraversal::Closure {
                 if (linked == nullptr) [[unlikely]]
                     return false;
                 const TNObject* object = linked->original();
-                if (!useClass(*object) ||
-                    !visit(reinterpret_cast<const uintptr_t*>(object)))
+                if (!useClass(*object) || !visit(reinterpret_cast<const uintptr_t*>(object)))
                     return false;
             }
         }
@@ -364,9 +363,21 @@ void TNAssociationTraversal::traverse(std::vector<SgxSimplePtr<TNObject>>& resul
     // Counted per thread rather than per call chain, so that recursion through compound
     // associations (a step whose association is itself computed by a traversal) counts too.
     const NestingGuard nesting;
+    const TNAssociationTraversal* child = m_child.get();
+    if (child == nullptr && m_condition.isNull() && !m_associationToTraverse.empty()) {
+        // A last step without a condition appends the links where they lie, gathering nothing
+        // first (no vector of its own per source object).
+        const TNObject& object = *source;
+        if (const TNAssociation* assoc = associationOf(object); assoc != nullptr && m_addToResult) {
+            const TNLinkView linked = links(object, *assoc);
+            result.insert(result.end(), linked.begin(), linked.end());
+        }
+        if (const TNAssociationTraversal* sibling = m_sibling.get())
+            sibling->traverse(result, source);
+        return;
+    }
     std::vector<SgxSimplePtr<TNObject>> gathered;
     gatherObjectsToTraverse(gathered, source);
-    const TNAssociationTraversal* child = m_child.get();
     if (!m_depthFirstEvaluation || child == nullptr) {
         // A last step into an empty result hands its objects over instead of copying them.
         if (m_addToResult && child == nullptr && result.empty())
@@ -433,24 +444,52 @@ size_t TNAssociationTraversal::count(const SgxSimplePtr<TNObject>& source) const
 void TNAssociationTraversal::forEach(const SgxSimplePtr<TNObject>& source,
                                      const TNObjectVisitor& visit) const {
     if (isSingleStep()) {
-        // A frozen array is visited where it lies; anything else through a view of it.
-        TNLinkView linked;
+        // A frozen slot is visited where it lies: an array, or the one link its word holds (an
+        // owner, a parent). Anything else through a view of it.
+        SgxSimplePtr<TNObject> single;
         const SgxSimplePtr<TNObject>* first = nullptr;
         size_t count = 0;
         bool uniform = false;
+        bool frozen = false;
+        {
+            // Nothing here nests another traversal, so the nesting is only checked, as the
+            // guard would check it, not counted.
+            if (threadNesting.depth != 0 &&
+                !mayNest(threadNesting, reinterpret_cast<uintptr_t>(__builtin_frame_address(0))))
+                [[unlikely]]
+                raiseTooDeep();
+            const TNObject& object = *source;
+            if (associationOf(object) == nullptr)
+                return;
+            if (m_cachedSlot >= 0) {
+                const uintptr_t word = object.linkWord(m_cachedSlot);
+                if ((word & tn_detail::linkTagMask) == 0) {
+                    first = tn_detail::linkArray(word);
+                    count = tn_detail::linkArrayCount(word);
+                    uniform = (word & tn_detail::linkUniformTag) != 0;
+                    frozen = true;
+                } else if ((word & tn_detail::linkTagMask) == tn_detail::linkSingleTag) {
+                    single = reinterpret_cast<TNObject*>(word & ~tn_detail::linkTagMask);
+                    first = &single;
+                    count = 1;
+                    frozen = true;
+                }
+            }
+        }
+        if (frozen) {
+            visit.each(first, count, uniform);
+            return;
+        }
+        TNLinkView linked;
         {
             const NestingGuard nesting;
             const TNObject& object = *source;
             const TNAssociation* assoc = associationOf(object);
             if (assoc == nullptr)
                 return;
-            if (m_cachedSlot < 0 || !object.linkArrayAt(m_cachedSlot, first, count, uniform)) {
-                linked = links(object, *assoc);
-                first = linked.begin();
-                count = linked.size();
-            }
+            linked = links(object, *assoc);
         }
-        visit.each(first, count, uniform);
+        visit.each(linked.begin(), linked.size());
         return;
     }
     std::vector<SgxSimplePtr<TNObject>> gathered;

@@ -3,11 +3,13 @@
 #include "tarnel/expressions/ExprTestNodes.h"
 #include "tarnel/expressions/TNCollectionExpr.h"
 #include "tarnel/expressions/TNExprOwner.h"
+#include "tarnel/expressions/TNQuantifierExpr.h"
 #include "tarnel/expressions/TNStringExpr.h"
 #include "tarnel/instances/TNObject.h"
 #include "tarnel/metamodel/TNEnumType.h"
 #include "tarnel/metamodel/TNSchema.h"
 
+#include <algorithm>
 #include <functional>
 #include <string>
 #include <vector>
@@ -192,6 +194,7 @@ TEST(TNPlan, TextSumsAndMapsReadValuesInPlace) {
                              TNArithmeticExpr::TNPlus, new TNAttrExpr(name, x));
     TNMapExpr map(new TNValueAbsExpr(x, sum), all);
     TNMapExpr attrs(new TNValueAbsExpr(x, new TNAttrExpr(name, x)), all);
+    TNDelimiterExpr join(new TNConstantExpr("; "), new TNMapExpr(map));
     x->object(m.objects[0]);
     for (const char* attribute : {"e", "i", "r", "s", "t"}) {
         SCOPED_TRACE(attribute);
@@ -207,7 +210,25 @@ TEST(TNPlan, TextSumsAndMapsReadValuesInPlace) {
             }
         EXPECT_EQ(map(), expected);
         EXPECT_EQ(attrs(), expectedAttrs);
+        // Joined, the texts are appended where the joined text is built.
+        std::string joined;
+        for (const std::string& text : expected)
+            joined += (joined.empty() ? "" : "; ") + text;
+        EXPECT_EQ(join().asString(), joined);
     }
+    // A host's nodes in a joined sum are evaluated once per element, the delimiter first, each
+    // sum left to right; a number on the leftmost place makes every sum above it a number.
+    ProbeScope scope;
+    auto* probed = new TNMapExpr(
+        new TNValueAbsExpr(
+            x, new TNArithmeticExpr(new TNArithmeticExpr(new ValueProbe("p", {TNValue(2)}),
+                                                         TNArithmeticExpr::TNPlus,
+                                                         new ValueProbe("q", {TNValue("3")})),
+                                    TNArithmeticExpr::TNPlus, new TNConstantExpr("x"))),
+        all);
+    TNDelimiterExpr joined(new ValueProbe("delimiter", {TNValue("/")}), probed);
+    EXPECT_EQ(joined().asString(), "5/5/5");
+    EXPECT_EQ(evaluated, (Log{"delimiter", "p", "q", "p", "q", "p", "q"}));
     // A number on the left adds, whatever the right reads.
     TNArithmeticExpr number(new TNAttrExpr("i", x), TNArithmeticExpr::TNPlus,
                             new TNConstantExpr("3"));
@@ -217,4 +238,135 @@ TEST(TNPlan, TextSumsAndMapsReadValuesInPlace) {
     shared.adopt(new TNMapExpr(map));
     shared.adopt(new TNMapExpr(attrs));
     shared.adopt(new TNArithmeticExpr(number));
+    shared.adopt(new TNDelimiterExpr(joined));
+    shared.adopt(new TNDelimiterExpr(join));
+}
+
+namespace {
+// What TNAttrExpr yields for `o`: an enumeration as its literal's name.
+TNValue attributeValue(TNObject& o, const char* name) {
+    const TNAttribute& slot = o[name];
+    return slot.type() == TNAttrEnumeration ? TNValue(slot.asString()) : slot.value();
+}
+} // namespace
+
+TEST(TNPlan, SlotTestsInFiltersAndQuantifiersDecideAsNodeByNode) {
+    ProbeScope scope;
+    PlanModel m;
+    // Objects of two classes whose slots lie apart, through a host's collection node.
+    TNObjectSequence mixed(m.objects.begin(), m.objects.end());
+    auto* objects = new ObjectsProbe("objects", {mixed});
+    auto* x = new TNObjectVarExpr;
+    auto* name = new TNConstantExpr("e");
+    auto* attr = new TNAttrExpr(name, x);
+    auto* value = new TNConstantExpr;
+    auto* test = new TNRelationalExpr(attr, TNRelationalExpr::TNEqual, value);
+    TNFilterExpr filter(new TNValueAbsExpr(x, test), objects);
+    TNSomeExpr some(objects, test, x);
+    TNAllExpr all(objects, test, x);
+    TNFilterExpr truths(new TNValueAbsExpr(x, attr), objects); // the attribute as a truth value
+    for (const char* attribute : {"e", "i", "r", "s", "t"}) {
+        name->value(attribute);
+        size_t expectedTruths = 0;
+        for (TNObject* o : m.objects)
+            expectedTruths += attributeValue(*o, attribute).asBoolean() ? 1 : 0;
+        EXPECT_EQ(truths.count(), expectedTruths) << attribute;
+        for (int op = TNRelationalExpr::TNEqual; op <= TNRelationalExpr::TNGreaterEqual; ++op) {
+            test->op(static_cast<Op>(op));
+            for (const TNValue& c : constants()) {
+                value->value(c);
+                SCOPED_TRACE(std::string(attribute) + " op " + std::to_string(op) + " " + show(c));
+                TNObjectSequence kept;
+                TNObject* firstTrue = nullptr;
+                TNObject* firstFalse = nullptr;
+                for (TNObject* o : m.objects) {
+                    const bool holds = reference(op, attributeValue(*o, attribute), c);
+                    if (holds)
+                        kept.push_back(o);
+                    TNObject*& first = holds ? firstTrue : firstFalse;
+                    if (first == nullptr)
+                        first = o;
+                }
+                EXPECT_EQ(filter(), kept);
+                EXPECT_EQ(filter.count(), kept.size());
+                EXPECT_EQ(x->object().get(), m.objects.back()); // bound to the last tested
+                EXPECT_EQ(some().asBoolean(), firstTrue != nullptr);
+                EXPECT_EQ(x->object().get(), firstTrue != nullptr ? firstTrue : m.objects.back());
+                EXPECT_EQ(all().asBoolean(), firstFalse == nullptr);
+                EXPECT_EQ(x->object().get(), firstFalse != nullptr ? firstFalse : m.objects.back());
+            }
+        }
+    }
+    // An object whose class lacks the attribute raises, after the objects before it were
+    // tested, what the attribute raises for it.
+    name->value("s");
+    test->op(TNRelationalExpr::TNLess);
+    value->value("zzz"); // every text of the model is less: nothing stops before the object
+    objects->script({TNObjectSequence{m.objects[0], m.objects[1], m.lacking, m.objects[2]}});
+    x->object(m.lacking);
+    const std::string lacks = raised([&] { (*attr)(); });
+    EXPECT_NE(lacks, "nothing");
+    EXPECT_EQ(raised([&] { filter.count(); }), lacks);
+    EXPECT_EQ(raised([&] { all(); }), lacks);
+    EXPECT_EQ(some().asBoolean(), true); // stops at the first object, as it always has
+    TNExprOwner shared;
+    shared.adopt(new TNFilterExpr(filter));
+    shared.adopt(new TNSomeExpr(some));
+    shared.adopt(new TNAllExpr(all));
+    shared.adopt(new TNFilterExpr(truths));
+}
+
+TEST(TNPlan, SortKeysOfLibraryNodesOnceHostNodesEveryComparison) {
+    ProbeScope scope;
+    PlanModel m;
+    TNObjectSequence mixed(m.objects.begin(), m.objects.end());
+    auto* objects = new ObjectsProbe("objects", {mixed});
+    // t descending, then each attribute ascending: against a stable sort of the values.
+    auto* x = new TNObjectVarExpr;
+    auto* y = new TNObjectVarExpr;
+    auto* second = new TNConstantExpr("e");
+    TNSortExpr sorted;
+    sorted.collection(objects);
+    sorted.key(new TNValueAbsExpr(x, new TNAttrExpr("t", x)), false);
+    sorted.key(new TNValueAbsExpr(y, new TNAttrExpr(second, y)), true);
+    for (const char* attribute : {"e", "i", "r", "s"}) {
+        second->value(attribute);
+        TNObjectSequence expected = mixed;
+        std::stable_sort(expected.begin(), expected.end(), [&](const auto& a, const auto& b) {
+            const TNValue ta = attributeValue(*a, "t"), tb = attributeValue(*b, "t");
+            if (!(ta == tb))
+                return tb < ta;
+            return attributeValue(*a, attribute) < attributeValue(*b, attribute);
+        });
+        EXPECT_EQ(sorted(), expected) << attribute;
+    }
+    // A key holding a host's node is evaluated for each comparison and each step of the run
+    // walk: twice per comparison, at least one comparison per element but one, then once per
+    // element.
+    auto* z = new TNObjectVarExpr;
+    TNSortExpr probed;
+    probed.collection(objects);
+    probed.key(
+        new TNValueAbsExpr(z, new TNArithmeticExpr(new TNAttrExpr("i", z), TNArithmeticExpr::TNPlus,
+                                                   new ValueProbe("key", {TNValue(0)}))),
+        false);
+    evaluated.clear();
+    TNObjectSequence byI = mixed;
+    std::reverse(byI.begin(), byI.end()); // i is k - 2: descending is the reverse
+    EXPECT_EQ(probed(), byI);
+    const int n = static_cast<int>(mixed.size());
+    EXPECT_GE(times(evaluated, "key"), 2 * (n - 1) + n);
+    // A slot test whose constant is a host's node is no slot test: the node is evaluated for
+    // every element tested.
+    auto* w = new TNObjectVarExpr;
+    auto* bound = new ValueProbe("bound", {TNValue(1)});
+    TNAllExpr below(
+        objects, new TNRelationalExpr(new TNAttrExpr("i", w), TNRelationalExpr::TNLess, bound), w);
+    evaluated.clear();
+    EXPECT_FALSE(below().asBoolean()); // -2, -1, 0 are below 1; 1 is not
+    EXPECT_EQ(times(evaluated, "bound"), 4);
+    TNExprOwner shared;
+    shared.adopt(new TNSortExpr(sorted));
+    shared.adopt(new TNSortExpr(probed));
+    shared.adopt(new TNAllExpr(below));
 }
