@@ -15,14 +15,28 @@ namespace {
 std::atomic<size_t> g_blocks{0};
 } // namespace
 
-void* operator new(size_t size) {
+// Every plain form is replaced, so that no block is made by one allocator and freed by another
+// (a sanitizer's, say): the standard library's temporary buffers use the nothrow form.
+namespace {
+void* countedBlock(size_t size) noexcept {
     g_blocks.fetch_add(1, std::memory_order_relaxed);
-    if (void* block = std::malloc(size == 0 ? 1 : size))
+    return std::malloc(size == 0 ? 1 : size);
+}
+} // namespace
+void* operator new(size_t size) {
+    if (void* block = countedBlock(size))
         return block;
     throw std::bad_alloc();
 }
+void* operator new[](size_t size) { return operator new(size); }
+void* operator new(size_t size, const std::nothrow_t&) noexcept { return countedBlock(size); }
+void* operator new[](size_t size, const std::nothrow_t&) noexcept { return countedBlock(size); }
 void operator delete(void* block) noexcept { std::free(block); }
+void operator delete[](void* block) noexcept { std::free(block); }
 void operator delete(void* block, size_t) noexcept { std::free(block); }
+void operator delete[](void* block, size_t) noexcept { std::free(block); }
+void operator delete(void* block, const std::nothrow_t&) noexcept { std::free(block); }
+void operator delete[](void* block, const std::nothrow_t&) noexcept { std::free(block); }
 
 namespace {
 
