@@ -509,6 +509,18 @@ void TNAssociationExpr::forEach(const TNObjectVisitor& visit) const {
     tnOperand(*this, m_association).forEach(start, visit);
 }
 
+bool TNAssociationExpr::linksInPlace(SgxSimplePtr<TNObject>& start, SgxSimplePtr<TNObject>& one,
+                                     const SgxSimplePtr<TNObject>*& first, size_t& count) const {
+    start = tnOperand(*this, m_object)();
+    bool uniform = false;
+    return tnOperand(*this, m_association).frozenLinks(start, one, first, count, uniform);
+}
+
+void TNAssociationExpr::forEachFrom(const SgxSimplePtr<TNObject>& start,
+                                    const TNObjectVisitor& visit) const {
+    tnOperand(*this, m_association).forEach(start, visit);
+}
+
 size_t TNAssociationExpr::count() const {
     const SgxSimplePtr<TNObject> start = tnOperand(*this, m_object)();
     return tnOperand(*this, m_association).count(start);
@@ -587,17 +599,49 @@ TNObjectSequence TNReverseExpr::operator()() const {
     return elements;
 }
 
+namespace {
+
+// Visits what `walk` hands a visitor until `needed` elements are seen: the first into `first`;
+// answers how many were seen. Out of line, so that a caller's path without a visit makes none.
+template <class Walk>
+[[gnu::noinline]] size_t takeFirst(const Walk& walk, size_t needed, SgxSimplePtr<TNObject>& first) {
+    size_t seen = 0;
+    walk([&](const SgxSimplePtr<TNObject>& element) {
+        if (seen++ == 0)
+            first = element;
+        return seen < needed;
+    });
+    return seen;
+}
+
+} // namespace
+
 SgxSimplePtr<TNObject> TNObjectExtractionExpr::operator()() const {
     // Looks at no more elements than the choice needs: one, or two to tell one from many.
     const size_t needed = m_choice == ExactlyOne ? 2 : 1;
     SgxSimplePtr<TNObject> first;
     size_t seen = 0;
-    const auto visit = [&](const SgxSimplePtr<TNObject>& element) {
-        if (seen++ == 0)
-            first = element;
-        return seen < needed;
-    };
-    tnOperand(*this, m_collection).forEach(visit);
+    // A navigation of the library's own class hands over its links where they lie, no visitor
+    // being made or called for them (an owner, a parent: one link in the word of a frozen slot).
+    const TNObjectCollectionExpr& collection = tnOperand(*this, m_collection);
+    if (tn_detail::isExactly<TNAssociationExpr>(collection)) {
+        const auto& navigation = static_cast<const TNAssociationExpr&>(collection);
+        SgxSimplePtr<TNObject> start;
+        const SgxSimplePtr<TNObject>* links = nullptr;
+        if (size_t count = 0; navigation.linksInPlace(start, first, links, count)) {
+            seen = std::min(count, needed);
+            // `first` may hold the one link itself, which is what is wanted.
+            if (count != 0 && links != &first)
+                first = links[0];
+        } else {
+            seen = takeFirst(
+                [&](const TNObjectVisitor& visit) { navigation.forEachFrom(start, visit); }, needed,
+                first);
+        }
+    } else {
+        seen = takeFirst([&](const TNObjectVisitor& visit) { collection.forEach(visit); }, needed,
+                         first);
+    }
     if (m_choice == ExactlyOne) {
         if (seen != 1)
             raiseExtraction("ObjectExtraction: association doesn't have exactly one object.");

@@ -63,6 +63,16 @@ public:
     void forEach(const TNObjectVisitor& visit) const override;
     void prepareForDeletion() const override;
 
+    // --- End of public API: what follows is the library's own ---
+    // forEach(visit) in two parts, for a caller that wants the links rather than a visit (an
+    // extraction): linksInPlace evaluates the start object into `start` as forEach does, and
+    // where the traversal has its links in place (TNAssociationTraversal::frozenLinks) sets
+    // `first` and `count` (`one` holding a single link) and answers true; else false, and
+    // forEachFrom(start, visit) does the rest of forEach.
+    bool linksInPlace(SgxSimplePtr<TNObject>& start, SgxSimplePtr<TNObject>& one,
+                      const SgxSimplePtr<TNObject>*& first, size_t& count) const;
+    void forEachFrom(const SgxSimplePtr<TNObject>& start, const TNObjectVisitor& visit) const;
+
     TN_EXPR_FIELD(SgxCyclicPtr<TNAssociationTraversal>, association);
     TN_EXPR_FIELD(TNObjectExprPtr, object);
 };

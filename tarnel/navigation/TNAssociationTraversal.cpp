@@ -441,6 +441,49 @@ size_t TNAssociationTraversal::count(const SgxSimplePtr<TNObject>& source) const
     return total;
 }
 
+bool TNAssociationTraversal::frozenLinks(const SgxSimplePtr<TNObject>& source,
+                                         SgxSimplePtr<TNObject>& one,
+                                         const SgxSimplePtr<TNObject>*& first, size_t& count,
+                                         bool& uniform) const {
+    return frozenLinksHere(source, one, first, count, uniform);
+}
+
+// Inline in forEach, which every walk of a single step calls.
+[[gnu::always_inline]] inline bool TNAssociationTraversal::frozenLinksHere(
+    const SgxSimplePtr<TNObject>& source, SgxSimplePtr<TNObject>& one,
+    const SgxSimplePtr<TNObject>*& first, size_t& count, bool& uniform) const {
+    if (!isSingleStep() || source.get() == nullptr)
+        return false;
+    // Nothing here nests another traversal, so the nesting is only checked, as the guard would
+    // check it, not counted; where the guard would raise, forEach raises.
+    if (threadNesting.depth != 0 &&
+        !mayNest(threadNesting, reinterpret_cast<uintptr_t>(__builtin_frame_address(0))))
+        [[unlikely]]
+        return false;
+    const TNObject& object = *source;
+    first = nullptr;
+    count = 0;
+    uniform = false;
+    if (associationOf(object) == nullptr)
+        return true;
+    if (m_cachedSlot < 0)
+        return false;
+    const uintptr_t word = object.linkWord(m_cachedSlot);
+    if ((word & tn_detail::linkTagMask) == 0) {
+        first = tn_detail::linkArray(word);
+        count = tn_detail::linkArrayCount(word);
+        uniform = (word & tn_detail::linkUniformTag) != 0;
+        return true;
+    }
+    if ((word & tn_detail::linkTagMask) == tn_detail::linkSingleTag) {
+        one = reinterpret_cast<TNObject*>(word & ~tn_detail::linkTagMask);
+        first = &one;
+        count = 1;
+        return true;
+    }
+    return false;
+}
+
 void TNAssociationTraversal::forEach(const SgxSimplePtr<TNObject>& source,
                                      const TNObjectVisitor& visit) const {
     if (isSingleStep()) {
@@ -450,34 +493,9 @@ void TNAssociationTraversal::forEach(const SgxSimplePtr<TNObject>& source,
         const SgxSimplePtr<TNObject>* first = nullptr;
         size_t count = 0;
         bool uniform = false;
-        bool frozen = false;
-        {
-            // Nothing here nests another traversal, so the nesting is only checked, as the
-            // guard would check it, not counted.
-            if (threadNesting.depth != 0 &&
-                !mayNest(threadNesting, reinterpret_cast<uintptr_t>(__builtin_frame_address(0))))
-                [[unlikely]]
-                raiseTooDeep();
-            const TNObject& object = *source;
-            if (associationOf(object) == nullptr)
-                return;
-            if (m_cachedSlot >= 0) {
-                const uintptr_t word = object.linkWord(m_cachedSlot);
-                if ((word & tn_detail::linkTagMask) == 0) {
-                    first = tn_detail::linkArray(word);
-                    count = tn_detail::linkArrayCount(word);
-                    uniform = (word & tn_detail::linkUniformTag) != 0;
-                    frozen = true;
-                } else if ((word & tn_detail::linkTagMask) == tn_detail::linkSingleTag) {
-                    single = reinterpret_cast<TNObject*>(word & ~tn_detail::linkTagMask);
-                    first = &single;
-                    count = 1;
-                    frozen = true;
-                }
-            }
-        }
-        if (frozen) {
-            visit.each(first, count, uniform);
+        if (frozenLinksHere(source, single, first, count, uniform)) {
+            if (count != 0)
+                visit.each(first, count, uniform);
             return;
         }
         TNLinkView linked;

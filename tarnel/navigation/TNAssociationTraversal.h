@@ -137,6 +137,15 @@ public:
     // caller that handles such an array itself and leaves the rest to forEach.
     bool uniformLinks(const TNObject& source, const SgxSimplePtr<TNObject>*& first,
                       size_t& count) const;
+    // The links forEach(source) would hand over in one call, where this node is a single adding
+    // step and `source`'s slot for it is frozen: an array (`uniform` as forEach tells it), or the
+    // one link its word holds, kept in `one` with `first` pointing at it; none (count 0) where
+    // `source`'s class has no such association. True then, with the same effect as forEach up to
+    // the visit, none. False, having raised nothing, in every other case (other nodes, a null
+    // source, a slot not frozen, where forEach would raise for nesting too deep): forEach does
+    // the rest. For a caller that wants the links rather than a visit (an extraction).
+    bool frozenLinks(const SgxSimplePtr<TNObject>& source, SgxSimplePtr<TNObject>& one,
+                     const SgxSimplePtr<TNObject>*& first, size_t& count, bool& uniform) const;
 
 private:
     // Reads the remembered slot and link words of the objects it loads ahead for.
@@ -145,6 +154,9 @@ private:
     // Nodes are not copied: a copy would share the links without being part of the graph.
     TNAssociationTraversal(const TNAssociationTraversal&);
 
+    // frozenLinks, defined where the walks are.
+    bool frozenLinksHere(const SgxSimplePtr<TNObject>& source, SgxSimplePtr<TNObject>& one,
+                         const SgxSimplePtr<TNObject>*& first, size_t& count, bool& uniform) const;
     // Appends to `out` the objects this node gathers from `source` (see traverse).
     void gatherObjectsToTraverse(std::vector<SgxSimplePtr<TNObject>>& out,
                                  const SgxSimplePtr<TNObject>& source) const;

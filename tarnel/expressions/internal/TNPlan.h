@@ -71,7 +71,9 @@
 // Navigation read in place (TNAssociationTraversal, no plan): a single step whose slot is
 // frozen hands over its array, or the one link its word holds (an owner, a parent), where it
 // lies; a last step without a condition appends its links to the result without gathering them
-// first.
+// first; an extraction (TNObjectExtractionExpr) of such a step of the library's own
+// TNAssociationExpr takes the first link or two from the slot itself, no visitor being made
+// (TNAssociationExpr::linksInPlace), and visits only where the slot is not frozen.
 //
 // Plans kept elsewhere, each derived from a narrower family of graphs, which the rules above do
 // not yet serve as fast: a map counting links through a filter's enumeration test (TNMapExpr's

@@ -488,6 +488,51 @@ TEST(TNSortExpr, TwoKeysGroupByTheFirstAndOrderByTheSecond) {
     deleteOperandsOf(sort);
 }
 
+// An extraction of a navigation takes the links where a frozen slot holds them (an array, or the
+// one link in the slot's word): the same objects and failures as the lists before the freeze, for
+// none, one and two links, both choices, a null start and classes alternating.
+TEST(TNObjectExtractionExpr, NavigatedLinksAsBeforeTheFreeze) {
+    Four m; // a -next-> b, c
+    TNObject* leaf = m.make("leaf", 0, true);
+    m.link(m.o[3], {leaf});
+    const std::vector<TNObject*> starts = {m.o[0], leaf, m.o[3], nullptr, m.o[1], m.o[2], leaf};
+    std::vector<std::pair<TNObjectExtractionExpr*, SgxCyclicPtr<TNObjectVarExpr>>> extractions;
+    for (const char* role : {"next", "prev"})
+        for (const auto choice :
+             {TNObjectExtractionExpr::ExactlyOne, TNObjectExtractionExpr::First}) {
+            SgxCyclicPtr<TNObjectVarExpr> x = new TNObjectVarExpr;
+            auto* e = new TNObjectExtractionExpr(
+                new TNAssociationExpr(new TNAssociationTraversal(role, true), x));
+            e->choice(choice);
+            extractions.emplace_back(e, x);
+        }
+    const auto outcomes = [&] {
+        std::string all;
+        for (const auto& [extraction, x] : extractions)
+            for (TNObject* start : starts) {
+                x->object(start);
+                all += raised([&] { throw SgxException((*(*extraction)())["name"].asString()); });
+                all += "|";
+            }
+        return all;
+    };
+    const std::string one = "ObjectExtraction: association doesn't have exactly one object.";
+    const std::string none = "ObjectExtraction: association doesn't have one or more objects.";
+    const std::string null = raised([] { (void)*SgxSimplePtr<TNObject>(); });
+    const std::string rows[] = {one,  one,  "leaf", null, one,  one,  one,  // next, exactly one
+                                "b",  none, "leaf", null, none, none, none, // next, first
+                                one,  "d",  one,    null, "a",  "a",  "d",  // prev, exactly one
+                                none, "d",  none,   null, "a",  "a",  "d"}; // prev, first
+    std::string expected;
+    for (const std::string& row : rows)
+        expected += row + "|";
+    EXPECT_EQ(outcomes(), expected);
+    m.schema.donePopulating();
+    EXPECT_EQ(outcomes(), expected);
+    for (const auto& [extraction, x] : extractions)
+        release(extraction);
+}
+
 TEST(TNObjectExtractionExpr, CardinalityFailuresAndChoices) {
     ProbeScope scope;
     Four m;
