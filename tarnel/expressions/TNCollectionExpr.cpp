@@ -390,12 +390,9 @@ void filterInto(const TNFilterExpr& filter, const TNObjectCollectionExpr& collec
         bool& planned;
 
         void plan() const {
-            if (planned)
-                return;
-            planned = true;
-            if (const tn_detail::AttributeTestPlan& current = filter.attributeTest();
-                current.slotTest.variable != nullptr)
-                test.emplace(current.slotTest);
+            tn_detail::planSlotTestOnce(planned, test, [&]() -> const tn_detail::SlotTestPlan& {
+                return filter.attributeTest().slotTest;
+            });
         }
         void one(const SgxSimplePtr<TNObject>& element) const {
             int answer = test ? test->decide(element.get()) : -1;

@@ -18,17 +18,13 @@ TNValue TNQuantifierExpr::quantify(bool whileResult) const {
         bool& planned;
 
         void plan() const {
-            if (planned)
-                return;
-            planned = true;
-            const tn_detail::SlotTestPlan& slotTest =
-                tn_detail::shapeCacheIn<tn_detail::SlotTestPlan>(node.m_plan)
+            tn_detail::planSlotTestOnce(planned, test, [&]() -> const tn_detail::SlotTestPlan& {
+                return tn_detail::shapeCacheIn<tn_detail::SlotTestPlan>(node.m_plan)
                     .get([&](tn_detail::SlotTestPlan& derived) {
                         tn_detail::recognizeSlotTest(node.m_condition.get(),
                                                      node.m_boundVariable.get(), derived);
                     });
-            if (slotTest.variable != nullptr)
-                test.emplace(slotTest);
+            });
         }
         bool one(const SgxSimplePtr<TNObject>& element) const {
             tnVariable(node, node.m_boundVariable).object(element);

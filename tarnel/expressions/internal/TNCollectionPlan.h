@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <optional>
 
 class TNAssociationTraversal;
 class TNAttrDesc;
@@ -227,6 +228,18 @@ private:
     bool m_ordering =
         m_plan.op != TNRelationalExpr::TNEqual && m_plan.op != TNRelationalExpr::TNNotEqual;
 };
+
+// Makes `test` from the plan `derive()` gives, when that plan recognized a slot test, the first
+// time a walk reaches an element (`planned` false): after every evaluation of the collection,
+// which may change the graph, and before the first test.
+template <class Derive>
+void planSlotTestOnce(bool& planned, std::optional<SlotTest>& test, Derive&& derive) {
+    if (planned)
+        return;
+    planned = true;
+    if (const SlotTestPlan& plan = derive(); plan.variable != nullptr)
+        test.emplace(plan);
+}
 
 // A filter's predicate recognized as x -> attr(name, x) == constant (or !=), x a plain variable,
 // which the filter compares itself, and the comparison it last prepared for a class of objects.
