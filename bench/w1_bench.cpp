@@ -14,8 +14,7 @@
 
 #include <benchmark/benchmark.h>
 
-#include <malloc.h>
-#include <unistd.h>
+#include "bench_process.h"
 
 #include <algorithm>
 #include <chrono>
@@ -28,26 +27,9 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-// Resident bytes of the process, after giving freed heap pages back so that memory released by
-// an earlier run does not count as resident (nor get reused unseen).
-double residentBytes() {
-    malloc_trim(0);
-    long pages = 0;
-    long resident = 0;
-    if (std::FILE* statm = std::fopen("/proc/self/statm", "r")) {
-        if (std::fscanf(statm, "%ld %ld", &pages, &resident) != 2)
-            resident = 0;
-        std::fclose(statm);
-    }
-    return static_cast<double>(resident) * static_cast<double>(sysconf(_SC_PAGESIZE));
-}
-
-double nanoseconds(Clock::time_point from, Clock::time_point to) {
-    return std::chrono::duration<double, std::nano>(to - from).count();
-}
-
+using bench::Clock;
+using bench::nanoseconds;
+using bench::residentBytes;
 double median(std::vector<double> values) {
     std::sort(values.begin(), values.end());
     return values[values.size() / 2];

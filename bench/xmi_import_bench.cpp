@@ -13,8 +13,7 @@
 
 #include <benchmark/benchmark.h>
 
-#include <malloc.h>
-#include <unistd.h>
+#include "bench_process.h"
 
 #include <algorithm>
 #include <charconv>
@@ -27,45 +26,11 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-double residentBytes() {
-    malloc_trim(0);
-    long pages = 0;
-    long resident = 0;
-    if (std::FILE* statm = std::fopen("/proc/self/statm", "r")) {
-        if (std::fscanf(statm, "%ld %ld", &pages, &resident) != 2)
-            resident = 0;
-        std::fclose(statm);
-    }
-    return static_cast<double>(resident) * static_cast<double>(sysconf(_SC_PAGESIZE));
-}
-
-// Starts a new peak of the resident set (Linux: VmHWM drops to the current resident set).
-void resetPeak() {
-    if (std::FILE* refs = std::fopen("/proc/self/clear_refs", "w")) {
-        std::fputs("5", refs);
-        std::fclose(refs);
-    }
-}
-
-// The peak of the resident set since resetPeak(), in bytes (0 where the system does not say).
-double peakBytes() {
-    double kib = 0;
-    if (std::FILE* status = std::fopen("/proc/self/status", "r")) {
-        char line[256];
-        while (std::fgets(line, sizeof line, status))
-            if (std::sscanf(line, "VmHWM: %lf kB", &kib) == 1)
-                break;
-        std::fclose(status);
-    }
-    return kib * 1024;
-}
-
-double nanoseconds(Clock::time_point from, Clock::time_point to) {
-    return std::chrono::duration<double, std::nano>(to - from).count();
-}
-
+using bench::Clock;
+using bench::nanoseconds;
+using bench::peakBytes;
+using bench::resetPeak;
+using bench::residentBytes;
 constexpr const char* w1Ecore = R"(<?xml version="1.0" encoding="UTF-8"?>
 <ecore:EPackage xmi:version="2.0" xmlns:xmi="http://www.omg.org/XMI"
     xmlns:xsi="http://www.w3.org/2001/XMLSchema-instance"
