@@ -414,19 +414,17 @@ void filterInto(const TNFilterExpr& filter, const TNObjectCollectionExpr& collec
             return true;
         }
         // A whole array: when its objects are all made by one class (tn_detail::linkUniformTag),
-        // the slot lies at the same place in each, so after the first the others are decided
-        // from their slot alone, their headers unread.
+        // the slot (or the link) lies at the same place in each, so after the first the others
+        // are decided from it alone, their headers unread.
         bool operator()(const SgxSimplePtr<TNObject>* first, size_t count, bool uniform) const {
             plan();
             size_t i = 0;
             if (test && uniform && count > 1 &&
                 tn_detail::overwrittenOriginals.load(std::memory_order_relaxed) == 0) {
                 one(first[i++]);
-                if (const TNAttribute* model = test->slotIn(*first[0])) {
-                    const TNObject& modelObject = *first[0];
+                if (test->canDecideLike(*first[0])) {
                     for (; i < count; ++i) {
-                        const int answer =
-                            test->decideSlot(tn_detail::sameSlot(modelObject, *model, *first[i]));
+                        const int answer = test->decideLike(*first[i]);
                         if (answer < 0)
                             break;
                         if (answer != 0)
@@ -488,7 +486,7 @@ void TNAllInstancesExpr::forEach(const TNObjectVisitor& visit) const {
     for (size_t i = 0, want = 8; i < count && i < instances.size(); want = batchSize) {
         const size_t n = std::min({want, count - i, instances.size() - i});
         std::copy_n(instances.begin() + static_cast<ptrdiff_t>(i), n, batch);
-        if (!visit.each(batch, n))
+        if (!visit.each(batch, n, true)) // objects made by the class: a uniform array
             return;
         i += n;
     }

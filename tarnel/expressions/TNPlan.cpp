@@ -8,6 +8,7 @@
 #include "tarnel/expressions/TNStringExpr.h"
 #include "tarnel/instances/TNObject.h"
 #include "tarnel/metamodel/TNEnumType.h"
+#include "tarnel/navigation/TNAssociationTraversal.h"
 
 #include <cstring>
 #include <typeinfo>
@@ -127,31 +128,88 @@ void appendValue(const TNValueExpr& node, SgxString& text) {
     appendView(viewOf(node, scratch), text);
 }
 
+namespace {
+
+// The step whose first (or only) link `subject` takes from `variable`: First or ExactlyOne of
+// [role] of variable, all of the library's own classes, the role a single adding step without a
+// condition. Null when `subject` is something else.
+const TNAssociationTraversal* linkStepTo(const TNObjectExpr& subject,
+                                         const TNObjectVarExpr& variable, bool& exactlyOne) {
+    if (!isExactly<TNObjectExtractionExpr>(subject))
+        return nullptr;
+    const auto& extraction = static_cast<const TNObjectExtractionExpr&>(subject);
+    const TNObjectCollectionExpr* links = extraction.collection().get();
+    if (links == nullptr || !isExactly<TNAssociationExpr>(*links))
+        return nullptr;
+    const auto& navigation = static_cast<const TNAssociationExpr&>(*links);
+    const TNAssociationTraversal* step = navigation.association().get();
+    if (navigation.object().get() != &variable || step == nullptr ||
+        !isExactly<TNAssociationTraversal>(*step) || !step->isSingleStep())
+        return nullptr;
+    exactlyOne = extraction.choice() == TNObjectExtractionExpr::ExactlyOne;
+    return step;
+}
+
+} // namespace
+
 void recognizeSlotTest(const TNValueExpr* condition, TNObjectVarExpr* variable,
                        SlotTestPlan& plan) {
-    if (condition == nullptr || variable == nullptr || !isExactly<TNObjectVarExpr>(*variable) ||
-        !isExactly<TNRelationalExpr>(*condition))
+    if (condition == nullptr || variable == nullptr || !isExactly<TNObjectVarExpr>(*variable))
         return;
-    const auto& relational = static_cast<const TNRelationalExpr&>(*condition);
-    const TNValueExpr* lhs = relational.lhs().get();
-    const TNValueExpr* rhs = relational.rhs().get();
-    const int32_t op = relational.op();
-    if (op < TNRelationalExpr::TNEqual || op > TNRelationalExpr::TNGreaterEqual || lhs == nullptr ||
-        rhs == nullptr || !isExactly<TNAttrExpr>(*lhs) || !isExactly<TNConstantExpr>(*rhs))
+    const TNValueExpr* attrNode = condition;
+    const TNConstantExpr* constant = nullptr;
+    int32_t op = SlotTestPlan::truthOp;
+    if (isExactly<TNRelationalExpr>(*condition)) {
+        const auto& relational = static_cast<const TNRelationalExpr&>(*condition);
+        const TNValueExpr* rhs = relational.rhs().get();
+        attrNode = relational.lhs().get();
+        op = relational.op();
+        if (op < TNRelationalExpr::TNEqual || op > TNRelationalExpr::TNGreaterEqual ||
+            rhs == nullptr || !isExactly<TNConstantExpr>(*rhs))
+            return;
+        constant = static_cast<const TNConstantExpr*>(rhs);
+    }
+    if (attrNode == nullptr || !isExactly<TNAttrExpr>(*attrNode))
         return;
-    const auto& attr = static_cast<const TNAttrExpr&>(*lhs);
+    const auto& attr = static_cast<const TNAttrExpr&>(*attrNode);
     const TNValueExpr* name = attr.name().get();
-    if (attr.object().get() != variable || name == nullptr || !isExactly<TNConstantExpr>(*name))
+    const TNObjectExpr* subject = attr.object().get();
+    if (name == nullptr || !isExactly<TNConstantExpr>(*name) || subject == nullptr)
+        return;
+    bool exactlyOne = false;
+    const TNAssociationTraversal* step = nullptr;
+    if (subject != variable && (step = linkStepTo(*subject, *variable, exactlyOne)) == nullptr)
         return;
     plan.variable = variable;
     plan.attr = &attr;
-    plan.constant = static_cast<const TNConstantExpr*>(rhs);
     plan.op = op;
-    const TNValue& c = plan.constant->constant();
+    plan.step = step;
+    plan.exactlyOne = exactlyOne;
+    if (constant == nullptr) {
+        // A truth test: a number or truth value differs from 0, a text is "true" (SlotTest).
+        plan.text = "true";
+        return;
+    }
+    const TNValue& c = constant->constant();
     plan.integer = c.asLongInt();
     plan.truth = c.asBoolean();
     plan.real = c.asDouble();
     plan.text = c.asString();
+}
+
+bool SlotTest::adoptSource(const TNClass* cls, const TNObject& element) const noexcept {
+    m_sourceClass = nullptr;
+    if (cls == nullptr)
+        return false;
+    try {
+        m_linkSlot = m_plan.step->frozenSlotOf(element);
+    } catch (...) {
+        return false;
+    }
+    if (m_linkSlot < 0)
+        return false;
+    m_sourceClass = cls;
+    return true;
 }
 
 bool SlotTest::adopt(const TNClass* cls) const noexcept {
@@ -176,6 +234,8 @@ bool SlotTest::adopt(const TNClass* cls) const noexcept {
 
 void SlotTest::prepare(const TNObject* element) noexcept {
     m_class = nullptr;
+    if (m_plan.step != nullptr)
+        element = linkedSubject(element);
     if (element == nullptr)
         return;
     try {

@@ -257,6 +257,10 @@ private:
     uintptr_t& linkWord(int32_t slot) const noexcept {
         return reinterpret_cast<uintptr_t*>(const_cast<TNObject*>(original()))[-1 - slot];
     }
+    // linkWord of an object known to be made by its class (not a copy): its word unread.
+    uintptr_t originalLinkWord(int32_t slot) const noexcept {
+        return reinterpret_cast<const uintptr_t*>(this)[-1 - slot];
+    }
 
     uintptr_t m_word = 0;
 };

@@ -448,6 +448,13 @@ bool TNAssociationTraversal::frozenLinks(const SgxSimplePtr<TNObject>& source,
     return frozenLinksHere(source, one, first, count, uniform);
 }
 
+int32_t TNAssociationTraversal::frozenSlotOf(const TNObject& source) const {
+    if (!isSingleStep() || threadNesting.depth != 0 || source.getClass().get() == nullptr ||
+        associationOf(source) == nullptr)
+        return -1;
+    return m_cachedSlot;
+}
+
 // Inline in forEach, which every walk of a single step calls.
 [[gnu::always_inline]] inline bool TNAssociationTraversal::frozenLinksHere(
     const SgxSimplePtr<TNObject>& source, SgxSimplePtr<TNObject>& one,

@@ -147,6 +147,18 @@ public:
     bool frozenLinks(const SgxSimplePtr<TNObject>& source, SgxSimplePtr<TNObject>& one,
                      const SgxSimplePtr<TNObject>*& first, size_t& count, bool& uniform) const;
 
+    // The link slot that frozenLinks reads in objects of `source`'s class (TNObject::linkWord),
+    // for a caller that reads the words of many such objects itself, each as frozenLinks reads
+    // it; -1 where frozenLinks would read no slot of that class: other nodes, a class without
+    // the association or with a computed one, and while a traversal runs on this thread (whose
+    // nesting only a walk checks). Raises what finding the association raises.
+    int32_t frozenSlotOf(const TNObject& source) const;
+    // The word of link slot `slot` (frozenSlotOf) of `source`, as frozenLinks reads it (defined
+    // in navigation/internal/TNTraversalPlan.h).
+    static inline uintptr_t linkWordAt(const TNObject& source, int32_t slot) noexcept;
+    // The same for a source known to be made by its class (not a copy), its header unread.
+    static inline uintptr_t originalLinkWordAt(const TNObject& source, int32_t slot) noexcept;
+
 private:
     // Reads the remembered slot and link words of the objects it loads ahead for.
     friend class tn_detail::LinkLookAhead;

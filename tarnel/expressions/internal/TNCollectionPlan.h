@@ -8,13 +8,13 @@
 #include "tarnel/expressions/TNScalarExpr.h"
 #include "tarnel/instances/TNObject.h"
 #include "tarnel/metamodel/TNEnumType.h"
+#include "tarnel/navigation/internal/TNTraversalPlan.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <optional>
 
-class TNAssociationTraversal;
 class TNAttrDesc;
 class TNAttrExpr;
 class TNClass;
@@ -60,15 +60,22 @@ struct EnumComparison {
     bool holdsFor(const TNClass* objectClass) const;
 };
 
-// Rule 6 (TNPlan.h): a test of one attribute of an element against a constant,
-// x -> attr(name, x) OP constant for every operator, x the variable a filter or a quantifier
-// binds (exactly a TNObjectVarExpr) and name a constant. Such a test is made only of the
-// library's nodes and reads nothing but the element's slot and the constant.
+// Rule 6 (TNPlan.h): a test of one attribute against a constant, attr(name, s) OP constant for
+// every operator, or the attribute as a truth value, attr(name, s); s is the variable x a filter
+// or a quantifier binds (exactly a TNObjectVarExpr) or the object one step from it,
+// First or ExactlyOne of [role] of x, and name a constant. Such a test is made only of the
+// library's nodes and reads nothing but the element's link word, a slot and the constant.
 struct SlotTestPlan {
+    // The op of a truth test: asBoolean() of the attribute's value.
+    static constexpr int32_t truthOp = -1;
+
     TNObjectVarExpr* variable = nullptr; // null: the condition is evaluated node by node
     const TNAttrExpr* attr = nullptr;
-    const TNConstantExpr* constant = nullptr;
-    int32_t op = 0; // TNRelationalExpr::TNRelOp
+    int32_t op = 0; // TNRelationalExpr::TNRelOp, or truthOp
+    // The step whose first link (or only link, `exactlyOne`) is the object tested; null when it
+    // is the element itself. A single adding step without a condition (isSingleStep).
+    const TNAssociationTraversal* step = nullptr;
+    bool exactlyOne = false;
     // The constant as each kind of slot compares with it (asLongInt, asBoolean, asDouble,
     // asString), read when the plan is derived: a new value is a change to the graph.
     int32_t integer = 0;
@@ -109,7 +116,7 @@ public:
     // `plan` stays where it is during the walk (a node's plan, which only a graph change
     // derives anew).
     explicit SlotTest(const SlotTestPlan& plan)
-        : m_plan(plan), m_op(plan.op), m_integer(plan.integer), m_truth(plan.truth),
+        : m_plan(plan), m_step(plan.step), m_integer(plan.integer), m_truth(plan.truth),
           m_real(plan.real), m_text(plan.text.c_str()) {}
     SlotTest(const SlotTest&) = delete;
     SlotTest& operator=(const SlotTest&) = delete;
@@ -117,21 +124,70 @@ public:
     // The test's answer for `element` (1 or 0), or -1 when only the node-by-node evaluation can
     // tell. `element` is an object of the class prepared last, or any other object, or null.
     int decide(const TNObject* element) const noexcept {
-        if (element == nullptr)
-            return -1;
-        if (const TNClass* cls = element->getClass().get(); cls != m_class || cls == nullptr)
-            [[unlikely]] {
-            if (!adopt(cls))
-                return -1;
-        }
-        return decideSlot((*element)[*m_desc]);
+        if (m_linkedOrTruth) [[unlikely]]
+            return decideLinkedOrTruth(element);
+        const TNAttribute* slot = preparedSlot(element);
+        return slot != nullptr ? decideComparison(*slot) : -1;
     }
-    // The slot tested in `model` when it is an object of the class prepared last, else null.
-    const TNAttribute* slotIn(const TNObject& model) const noexcept {
-        return m_class != nullptr && model.getClass().get() == m_class ? &model[*m_desc] : nullptr;
+    // For the elements of a uniform array (tn_detail::linkUniformTag) whose first is `model`,
+    // just decided: whether decideLike can decide them, their headers unread (the test reads
+    // its own slot of model's class, which it prepared, or a link whose slot it found in
+    // model's class).
+    bool canDecideLike(const TNObject& model) const noexcept {
+        const TNClass* cls = model.getClass().get();
+        if (cls == nullptr)
+            return false;
+        if (m_step != nullptr)
+            return cls == m_sourceClass;
+        if (cls != m_class)
+            return false;
+        m_model = &model;
+        m_modelSlot = &model[*m_desc];
+        return true;
+    }
+    // decide for `element`, an object made by the class of the model canDecideLike accepted.
+    int decideLike(const TNObject& element) const noexcept {
+        if (m_step == nullptr)
+            return decideSlot(sameSlot(*m_model, *m_modelSlot, element));
+        const TNAttribute* slot = preparedSlot(
+            linked(TNAssociationTraversal::originalLinkWordAt(element, m_linkSlot)));
+        return slot != nullptr ? decideSlot(*slot) : -1;
     }
     // The test's answer for an element of the prepared class whose slot is `slot`, or -1.
-    int decideSlot(const TNAttribute& attribute) const noexcept {
+    int decideSlot(const TNAttribute& slot) const noexcept {
+        return m_op == SlotTestPlan::truthOp ? decideTruth(slot) : decideComparison(slot);
+    }
+    // How far into an element of the prepared class the slot tested lies (TNObject::slotDistance);
+    // 0 when the slot is another object's.
+    ptrdiff_t slotDistance() const noexcept {
+        return m_step == nullptr && m_class != nullptr ? TNObject::slotDistance(*m_desc) : 0;
+    }
+    // The variable the test reads, which the caller binds.
+    TNObjectVarExpr* variable() const noexcept { return m_plan.variable; }
+    // Finds the slot of `element`'s class, after `element` was evaluated node by node without
+    // raising (so the class has the attribute); later elements of its class are then decided.
+    void prepare(const TNObject* element) noexcept;
+
+private:
+    // The slot tested in `subject` when its class is prepared (or now adopted), else null.
+    const TNAttribute* preparedSlot(const TNObject* subject) const noexcept {
+        if (subject == nullptr)
+            return nullptr;
+        if (const TNClass* cls = subject->getClass().get(); cls != m_class || cls == nullptr)
+            [[unlikely]] {
+            if (!adopt(cls))
+                return nullptr;
+        }
+        return &(*subject)[*m_desc];
+    }
+    // decide, for a test one step away or a truth test.
+    int decideLinkedOrTruth(const TNObject* element) const noexcept {
+        const TNAttribute* slot =
+            preparedSlot(m_step != nullptr ? linkedSubject(element) : element);
+        return slot != nullptr ? decideSlot(*slot) : -1;
+    }
+    // decideSlot of a comparison with the constant.
+    int decideComparison(const TNAttribute& attribute) const noexcept {
         const TNAttribute* slot = &attribute;
         bool equal = false, less = false;
         switch (m_kind) {
@@ -195,23 +251,64 @@ public:
             return 0;
         }
     }
-    // How far into an object of the prepared class its slot lies (TNObject::slotDistance).
-    ptrdiff_t slotDistance() const noexcept {
-        return m_class != nullptr ? TNObject::slotDistance(*m_desc) : 0;
-    }
-    // The variable the test reads, which the caller binds.
-    TNObjectVarExpr* variable() const noexcept { return m_plan.variable; }
-    // Finds the slot of `element`'s class, after `element` was evaluated node by node without
-    // raising (so the class has the attribute); later elements of its class are then decided.
-    void prepare(const TNObject* element) noexcept;
-
-private:
     // Takes what the plan keeps for `cls` when it still holds; false otherwise.
     bool adopt(const TNClass* cls) const noexcept;
+    // The object the step leads to from `element`, read from its link word as the extraction
+    // would take it: null where only the node-by-node evaluation can tell (no link, more than
+    // one for ExactlyOne, a slot not frozen, a class whose link slot is not found).
+    const TNObject* linkedSubject(const TNObject* element) const noexcept {
+        if (element == nullptr)
+            return nullptr;
+        if (const TNClass* cls = element->getClass().get(); cls != m_sourceClass || cls == nullptr)
+            [[unlikely]] {
+            if (!adoptSource(cls, *element))
+                return nullptr;
+        }
+        return linked(TNAssociationTraversal::linkWordAt(*element, m_linkSlot));
+    }
+    // The object a First or ExactlyOne extraction takes from link word `word`, or null where only
+    // the node-by-node evaluation can tell.
+    const TNObject* linked(uintptr_t word) const noexcept {
+        if ((word & linkTagMask) == linkSingleTag)
+            return reinterpret_cast<const TNObject*>(word & ~linkTagMask);
+        if ((word & linkTagMask) != 0)
+            return nullptr;
+        const size_t count = linkArrayCount(word);
+        if (count == 0 || (count != 1 && m_plan.exactlyOne))
+            return nullptr;
+        return linkArray(word)[0].get();
+    }
+    // decideSlot of a truth test: asBoolean() of the value, which for a text or a literal's name
+    // is its equality with "true" (the plan's text).
+    int decideTruth(const TNAttribute& slot) const noexcept {
+        switch (m_kind) {
+        case TNAttrInteger:
+        case TNAttrLong:
+        case TNAttrBoolean:
+            return slot.integerInPlace() != 0 ? 1 : 0;
+        case TNAttrReal:
+            return TNValue(slot.asDouble()).asBoolean() ? 1 : 0;
+        case TNAttrString:
+            return std::strcmp(slot.textInPlace(), m_text) == 0 ? 1 : 0;
+        case TNAttrEnumeration: {
+            const auto index = static_cast<uint64_t>(static_cast<uint32_t>(slot.integerInPlace()));
+            if (index >= m_literalCount)
+                return -1;
+            return static_cast<int64_t>(index) == m_literal ? 1 : 0;
+        }
+        default:
+            return -1;
+        }
+    }
+    // Finds the link slot of the step in objects of `cls`, `element` being one; false where the
+    // step's links cannot be read in place for it.
+    bool adoptSource(const TNClass* cls, const TNObject& element) const noexcept;
 
     const SlotTestPlan& m_plan;
-    // The plan's operator and constant, where the walk's stores cannot reach them.
-    const int32_t m_op;
+    // The plan's step, operator and constant, where the walk's stores cannot reach them.
+    const TNAssociationTraversal* const m_step;
+    const int32_t m_op = m_plan.op;
+    const bool m_linkedOrTruth = m_step != nullptr || m_op == SlotTestPlan::truthOp;
     const int32_t m_integer;
     const bool m_truth;
     const double m_real;
@@ -225,8 +322,15 @@ private:
     mutable const TNEnumType* m_enumType = nullptr;
     mutable uint64_t m_literalCount = 0;
     mutable int64_t m_literal = -1;
-    bool m_ordering =
-        m_plan.op != TNRelationalExpr::TNEqual && m_plan.op != TNRelationalExpr::TNNotEqual;
+    // With a step: the class of elements whose link slot was found last (null for none), and it.
+    mutable const TNClass* m_sourceClass = nullptr;
+    mutable int32_t m_linkSlot = -1;
+    // Without a step: the model object canDecideLike accepted last, and its slot.
+    mutable const TNObject* m_model = nullptr;
+    mutable const TNAttribute* m_modelSlot = nullptr;
+    bool m_ordering = m_plan.op != TNRelationalExpr::TNEqual &&
+                      m_plan.op != TNRelationalExpr::TNNotEqual &&
+                      m_plan.op != SlotTestPlan::truthOp;
 };
 
 // Makes `test` from the plan `derive()` gives, when that plan recognized a slot test, the first

@@ -1,14 +1,21 @@
 // TNTraversalPlan.h (internal; not installed): what a caller that runs one traversal step from
 // each object of an array in turn (a map over a collection) uses to overlap the waits for memory
-// of several objects.
+// of several objects, and the link words such callers read in place.
 #pragma once
 
 #include "sgx/general/SgxSimplePtr.h"
+#include "tarnel/instances/TNObject.h"
 #include "tarnel/navigation/TNAssociationTraversal.h"
 
 #include <cstddef>
 
-class TNObject;
+inline uintptr_t TNAssociationTraversal::linkWordAt(const TNObject& source, int32_t slot) noexcept {
+    return source.linkWord(slot);
+}
+inline uintptr_t TNAssociationTraversal::originalLinkWordAt(const TNObject& source,
+                                                            int32_t slot) noexcept {
+    return source.originalLinkWord(slot);
+}
 
 namespace tn_detail {
 

@@ -56,7 +56,15 @@ struct PlanModel {
             cls->addAttr("s", TNAttrString, "", "");
             cls->addAttr("t", TNAttrBoolean, "", "");
         }
-        schema.newClass("C")->addAttr("e", TNAttrEnumeration, "Level", "");
+        const auto c = schema.newClass("C");
+        c->addAttr("e", TNAttrEnumeration, "Level", "");
+        // Holders of one link "to": S to A, T to B (a second role first shifts T's link slot),
+        // U to C.
+        schema.newClass("S")->addAssociation("sa", "A", {0, -1}, {0, -1}, "s", "to");
+        const auto t = schema.newClass("T");
+        t->addAssociation("ta", "A", {0, -1}, {0, -1}, "t", "spare");
+        t->addAssociation("tb", "B", {0, -1}, {0, -1}, "t", "to");
+        schema.newClass("U")->addAssociation("uc", "C", {0, -1}, {0, -1}, "u", "to");
         const char* texts[] = {"x", "", "1", "true", "low"};
         for (int k = 0; k < 5; ++k) {
             TNObject& o = *schema.newObject(k % 2 == 0 ? "A" : "B", false);
@@ -68,7 +76,22 @@ struct PlanModel {
             objects.push_back(&o);
         }
         lacking = schema.newObject("C", false).get();
+        for (int k = 0; k < 5; ++k) {
+            holders.push_back(schema.newObject(k % 2 == 0 ? "S" : "T", false).get());
+            holders.back()->associate(objects[k], "to");
+        }
+        holdsNone = schema.newObject("S", false).get();
+        holdsTwo = schema.newObject("S", false).get();
+        holdsTwo->associate(objects[2], "to");
+        holdsTwo->associate(objects[0], "to");
+        holdsLacking = schema.newObject("U", false).get();
+        holdsLacking->associate(lacking, "to");
+        schema.donePopulating();
     }
+    std::vector<TNObject*> holders; // holders[k] holds objects[k]
+    TNObject* holdsNone = nullptr;
+    TNObject* holdsTwo = nullptr; // objects[2], then objects[0]
+    TNObject* holdsLacking = nullptr;
 };
 
 const std::vector<TNValue>& constants() {
@@ -251,12 +274,14 @@ TNValue attributeValue(TNObject& o, const char* name) {
 } // namespace
 
 TEST(TNPlan, SlotTestsInFiltersAndQuantifiersDecideAsNodeByNode) {
+    // The attribute of each element, or of the one object a link leads to from it (the first
+    // link, or the only one), against every constant with every operator, and as a truth value.
     ProbeScope scope;
     PlanModel m;
-    // Objects of two classes whose slots lie apart, through a host's collection node.
-    TNObjectSequence mixed(m.objects.begin(), m.objects.end());
-    auto* objects = new ObjectsProbe("objects", {mixed});
+    auto* objects = new ObjectsProbe("objects", {TNObjectSequence()});
     auto* x = new TNObjectVarExpr;
+    auto* extraction = new TNObjectExtractionExpr(
+        new TNAssociationExpr(new TNAssociationTraversal("to", true), x));
     auto* name = new TNConstantExpr("e");
     auto* attr = new TNAttrExpr(name, x);
     auto* value = new TNConstantExpr;
@@ -265,51 +290,127 @@ TEST(TNPlan, SlotTestsInFiltersAndQuantifiersDecideAsNodeByNode) {
     TNSomeExpr some(objects, test, x);
     TNAllExpr all(objects, test, x);
     TNFilterExpr truths(new TNValueAbsExpr(x, attr), objects); // the attribute as a truth value
-    for (const char* attribute : {"e", "i", "r", "s", "t"}) {
-        name->value(attribute);
-        size_t expectedTruths = 0;
-        for (TNObject* o : m.objects)
-            expectedTruths += attributeValue(*o, attribute).asBoolean() ? 1 : 0;
-        EXPECT_EQ(truths.count(), expectedTruths) << attribute;
+    struct Subject {
+        TNObjectExprPtr node;
+        const std::vector<TNObject*>& elements; // each tests m.objects at its index
+    };
+    // Elements of two classes whose slots (or link slots) lie apart, in runs of one class, so
+    // that each is decided by its slot, the first of a run being tested node by node.
+    const size_t order[] = {0, 2, 4, 0, 2, 4, 1, 3, 1, 3};
+    for (const auto& [subject, all5] : {Subject{x, m.objects}, Subject{extraction, m.holders}}) {
+        attr->object(subject);
+        std::vector<TNObject*> elements;
+        for (size_t k : order)
+            elements.push_back(all5[k]);
+        objects->script({TNObjectSequence(elements.begin(), elements.end())});
+        for (const char* attribute : {"e", "i", "r", "s", "t"}) {
+            name->value(attribute);
+            size_t expectedTruths = 0;
+            for (size_t k : order)
+                expectedTruths += attributeValue(*m.objects[k], attribute).asBoolean() ? 1 : 0;
+            EXPECT_EQ(truths.count(), expectedTruths) << attribute;
+            for (int op = TNRelationalExpr::TNEqual; op <= TNRelationalExpr::TNGreaterEqual; ++op) {
+                test->op(static_cast<Op>(op));
+                for (const TNValue& c : constants()) {
+                    value->value(c);
+                    SCOPED_TRACE(std::string(attribute) + " op " + std::to_string(op) + " " +
+                                 show(c));
+                    TNObjectSequence kept;
+                    TNObject* firstTrue = nullptr;
+                    TNObject* firstFalse = nullptr;
+                    for (size_t i = 0; i < elements.size(); ++i) {
+                        const bool holds =
+                            reference(op, attributeValue(*m.objects[order[i]], attribute), c);
+                        if (holds)
+                            kept.push_back(elements[i]);
+                        TNObject*& first = holds ? firstTrue : firstFalse;
+                        if (first == nullptr)
+                            first = elements[i];
+                    }
+                    EXPECT_EQ(filter(), kept);
+                    EXPECT_EQ(filter.count(), kept.size());
+                    EXPECT_EQ(x->object().get(), elements.back()); // bound to the last tested
+                    EXPECT_EQ(some().asBoolean(), firstTrue != nullptr);
+                    EXPECT_EQ(x->object().get(),
+                              firstTrue != nullptr ? firstTrue : elements.back());
+                    EXPECT_EQ(all().asBoolean(), firstFalse == nullptr);
+                    EXPECT_EQ(x->object().get(),
+                              firstFalse != nullptr ? firstFalse : elements.back());
+                }
+            }
+        }
+    }
+    // An element for which the attribute raises (its class lacks it, it has no link or no such
+    // role, it has two for ExactlyOne) raises that, after the elements before it were tested;
+    // a First extraction takes the first of two links.
+    name->value("s");
+    test->op(TNRelationalExpr::TNLess);
+    value->value("zzz"); // every text of the model is less: nothing stops before the element
+    struct Fault {
+        TNObjectExprPtr subject;
+        TNObject* element;
+        TNObjectExtractionExpr::Choice choice;
+    };
+    const Fault faults[] = {
+        {x, m.lacking, TNObjectExtractionExpr::First},
+        {extraction, m.holdsLacking, TNObjectExtractionExpr::First},
+        {extraction, m.holdsNone, TNObjectExtractionExpr::First},
+        {extraction, m.objects[3], TNObjectExtractionExpr::First},
+        {extraction, m.holdsTwo, TNObjectExtractionExpr::ExactlyOne},
+        {extraction, m.holdsTwo, TNObjectExtractionExpr::First},
+    };
+    for (const auto& [subject, element, choice] : faults) {
+        attr->object(subject);
+        extraction->choice(choice);
+        const bool viaLink = subject.get() == extraction;
+        const std::vector<TNObject*>& before = viaLink ? m.holders : m.objects;
+        objects->script({TNObjectSequence{before[0], before[2], element, before[4]}});
+        x->object(element);
+        const std::string expected = raised([&] { attr->test(); });
+        SCOPED_TRACE(expected);
+        if (expected == "nothing") { // holdsTwo tests objects[2], its first link
+            EXPECT_EQ(filter.count(), 4u);
+            continue;
+        }
+        EXPECT_EQ(raised([&] { filter.count(); }), expected);
+        EXPECT_EQ(raised([&] { truths.count(); }), expected);
+        EXPECT_EQ(raised([&] { all(); }), expected);
+        EXPECT_EQ(x->object().get(), element);
+        EXPECT_EQ(some().asBoolean(), true); // stops at the first element, as it always has
+    }
+    EXPECT_EQ(raised([&] { filter.count(); }), "nothing");
+    extraction->choice(TNObjectExtractionExpr::ExactlyOne); // a change the plan sees
+    EXPECT_NE(raised([&] { filter.count(); }), "nothing");
+    // All objects of a class come as one uniform array, whose elements after the first are
+    // decided from their slot or link alone: the same answers, and the same failure where an
+    // element raises (S holds holdsNone after its holders).
+    extraction->choice(TNObjectExtractionExpr::First);
+    auto* className = new TNConstantExpr;
+    TNFilterExpr overClass(new TNValueAbsExpr(x, test), new TNAllInstancesExpr(className, x));
+    const std::pair<const char*, TNObjectExprPtr> classes[] = {{"A", x}, {"T", extraction}};
+    for (const auto& [cls, subject] : classes) {
+        attr->object(subject);
         for (int op = TNRelationalExpr::TNEqual; op <= TNRelationalExpr::TNGreaterEqual; ++op) {
             test->op(static_cast<Op>(op));
             for (const TNValue& c : constants()) {
                 value->value(c);
-                SCOPED_TRACE(std::string(attribute) + " op " + std::to_string(op) + " " + show(c));
-                TNObjectSequence kept;
-                TNObject* firstTrue = nullptr;
-                TNObject* firstFalse = nullptr;
-                for (TNObject* o : m.objects) {
-                    const bool holds = reference(op, attributeValue(*o, attribute), c);
-                    if (holds)
-                        kept.push_back(o);
-                    TNObject*& first = holds ? firstTrue : firstFalse;
-                    if (first == nullptr)
-                        first = o;
-                }
-                EXPECT_EQ(filter(), kept);
-                EXPECT_EQ(filter.count(), kept.size());
-                EXPECT_EQ(x->object().get(), m.objects.back()); // bound to the last tested
-                EXPECT_EQ(some().asBoolean(), firstTrue != nullptr);
-                EXPECT_EQ(x->object().get(), firstTrue != nullptr ? firstTrue : m.objects.back());
-                EXPECT_EQ(all().asBoolean(), firstFalse == nullptr);
-                EXPECT_EQ(x->object().get(), firstFalse != nullptr ? firstFalse : m.objects.back());
+                className->value(cls);
+                x->object(m.objects[0]);
+                size_t expected = 0;
+                for (size_t k = 0; k < m.objects.size(); ++k)
+                    if (m.objects[k]->getClass()->name() == (*cls == 'A' ? "A" : "B"))
+                        expected += reference(op, attributeValue(*m.objects[k], "s"), c) ? 1 : 0;
+                EXPECT_EQ(overClass.count(), expected) << cls << " op " << op << " " << show(c);
             }
         }
     }
-    // An object whose class lacks the attribute raises, after the objects before it were
-    // tested, what the attribute raises for it.
-    name->value("s");
-    test->op(TNRelationalExpr::TNLess);
-    value->value("zzz"); // every text of the model is less: nothing stops before the object
-    objects->script({TNObjectSequence{m.objects[0], m.objects[1], m.lacking, m.objects[2]}});
-    x->object(m.lacking);
-    const std::string lacks = raised([&] { (*attr)(); });
-    EXPECT_NE(lacks, "nothing");
-    EXPECT_EQ(raised([&] { filter.count(); }), lacks);
-    EXPECT_EQ(raised([&] { all(); }), lacks);
-    EXPECT_EQ(some().asBoolean(), true); // stops at the first object, as it always has
+    className->value("S");
+    x->object(m.holdsNone);
+    const std::string none = raised([&] { attr->test(); });
+    EXPECT_EQ(raised([&] { overClass.count(); }), none);
+    EXPECT_EQ(x->object().get(), m.holdsNone);
     TNExprOwner shared;
+    shared.adopt(new TNFilterExpr(overClass));
     shared.adopt(new TNFilterExpr(filter));
     shared.adopt(new TNSomeExpr(some));
     shared.adopt(new TNAllExpr(all));
