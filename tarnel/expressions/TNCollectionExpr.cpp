@@ -541,6 +541,14 @@ TNObjectSequence TNFilterExpr::operator()() const {
     return kept;
 }
 
+void TNFilterExpr::forEach(const TNObjectVisitor& visit) const {
+    m_kept.use([&](TNObjectSequence& kept) {
+        filterInto(*this, tnOperand(*this, m_collection), m_predicate,
+                   [&](const SgxSimplePtr<TNObject>& element) { kept.push_back(element); });
+        visit.each(kept.data(), kept.size());
+    });
+}
+
 size_t TNFilterExpr::count() const {
     size_t kept = 0;
     filterInto(*this, tnOperand(*this, m_collection), m_predicate,

@@ -93,6 +93,9 @@ public:
     TNObjectSequence operator()() const override;
     // Counts the elements kept without gathering them.
     size_t count() const override;
+    // Visits the elements kept, every predicate evaluation done before the first visit, from
+    // a sequence the node keeps for its next evaluation.
+    void forEach(const TNObjectVisitor& visit) const override;
     void prepareForDeletion() const override;
 
     TN_EXPR_FIELD(SgxCyclicPtr<TNValueAbsExpr>, predicate);
@@ -112,6 +115,8 @@ private:
     // evaluation to the next while no graph changes, so that a filter evaluated once per object
     // of a report tests its shape once.
     mutable tn_detail::OpaqueShapeCache m_plan;
+    // Where forEach gathers the elements kept.
+    mutable tn_detail::KeptSequence m_kept;
 };
 
 // The concatenation, in order, of what `path` yields for each element of `collection`.

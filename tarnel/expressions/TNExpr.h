@@ -626,6 +626,43 @@ private:
     Plan plan{};
 };
 
+// A sequence that a node gathers elements into during one evaluation and keeps, emptied, for the
+// next, so that a node evaluated once per object of a report allocates nothing once it has run.
+// A copy of the node starts without one; an evaluation nested inside another of the same node
+// (from a visitor) gathers into a sequence of its own; a sequence grown past a few thousand
+// elements is freed after use rather than kept.
+class KeptSequence {
+public:
+    KeptSequence() = default;
+    KeptSequence(const KeptSequence&) noexcept {}
+    KeptSequence& operator=(const KeptSequence&) noexcept { return *this; }
+
+    // Calls use(sequence) with an empty sequence: the kept one unless it is in use.
+    template <class Use> void use(Use&& use) {
+        if (m_inUse) {
+            TNObjectSequence own;
+            use(own);
+            return;
+        }
+        struct Release {
+            KeptSequence& kept;
+            ~Release() {
+                kept.m_sequence.clear();
+                if (kept.m_sequence.capacity() > maxKept)
+                    TNObjectSequence().swap(kept.m_sequence);
+                kept.m_inUse = false;
+            }
+        } release{*this};
+        m_inUse = true;
+        use(m_sequence);
+    }
+
+private:
+    static constexpr size_t maxKept = 4096;
+    TNObjectSequence m_sequence;
+    bool m_inUse = false;
+};
+
 // A ShapeCache whose plan type only the library's sources know (see shapeCacheIn in
 // internal/TNCollectionPlan.h), so that a public header need not declare the plan. It is made
 // when first asked for and kept for the node's life: no evaluation allocates. Copies start empty.

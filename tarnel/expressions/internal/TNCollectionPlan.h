@@ -123,7 +123,7 @@ public:
 
     // The test's answer for `element` (1 or 0), or -1 when only the node-by-node evaluation can
     // tell. `element` is an object of the class prepared last, or any other object, or null.
-    int decide(const TNObject* element) const noexcept {
+    [[gnu::always_inline]] int decide(const TNObject* element) const noexcept {
         if (m_linkedOrTruth) [[unlikely]]
             return decideLinkedOrTruth(element);
         const TNAttribute* slot = preparedSlot(element);
@@ -149,8 +149,8 @@ public:
     int decideLike(const TNObject& element) const noexcept {
         if (m_step == nullptr)
             return decideSlot(sameSlot(*m_model, *m_modelSlot, element));
-        const TNAttribute* slot = preparedSlot(
-            linked(TNAssociationTraversal::originalLinkWordAt(element, m_linkSlot)));
+        const TNAttribute* slot =
+            preparedSlot(linked(TNAssociationTraversal::originalLinkWordAt(element, m_linkSlot)));
         return slot != nullptr ? decideSlot(*slot) : -1;
     }
     // The test's answer for an element of the prepared class whose slot is `slot`, or -1.
@@ -170,7 +170,7 @@ public:
 
 private:
     // The slot tested in `subject` when its class is prepared (or now adopted), else null.
-    const TNAttribute* preparedSlot(const TNObject* subject) const noexcept {
+    [[gnu::always_inline]] const TNAttribute* preparedSlot(const TNObject* subject) const noexcept {
         if (subject == nullptr)
             return nullptr;
         if (const TNClass* cls = subject->getClass().get(); cls != m_class || cls == nullptr)
@@ -181,13 +181,13 @@ private:
         return &(*subject)[*m_desc];
     }
     // decide, for a test one step away or a truth test.
-    int decideLinkedOrTruth(const TNObject* element) const noexcept {
+    [[gnu::noinline]] int decideLinkedOrTruth(const TNObject* element) const noexcept {
         const TNAttribute* slot =
             preparedSlot(m_step != nullptr ? linkedSubject(element) : element);
         return slot != nullptr ? decideSlot(*slot) : -1;
     }
     // decideSlot of a comparison with the constant.
-    int decideComparison(const TNAttribute& attribute) const noexcept {
+    [[gnu::always_inline]] int decideComparison(const TNAttribute& attribute) const noexcept {
         const TNAttribute* slot = &attribute;
         bool equal = false, less = false;
         switch (m_kind) {
