@@ -394,6 +394,14 @@ void filterInto(const TNFilterExpr& filter, const TNObjectCollectionExpr& collec
                 return filter.attributeTest().slotTest;
             });
         }
+        // keep(element) where `kept`; a Keep that only counts adds without a branch, so that
+        // a walk deciding from slots need not wait for each slot before reading the next.
+        void keepIf(bool kept, const SgxSimplePtr<TNObject>& element) const {
+            if constexpr (requires { keep.add(kept); })
+                keep.add(kept);
+            else if (kept)
+                keep(element);
+        }
         void one(const SgxSimplePtr<TNObject>& element) const {
             int answer = test ? test->decide(element.get()) : -1;
             if (answer >= 0) {
@@ -423,13 +431,9 @@ void filterInto(const TNFilterExpr& filter, const TNObjectCollectionExpr& collec
                 tn_detail::overwrittenOriginals.load(std::memory_order_relaxed) == 0) {
                 one(first[i++]);
                 if (test->canDecideLike(*first[0])) {
-                    for (; i < count; ++i) {
-                        const int answer = test->decideLike(*first[i]);
-                        if (answer < 0)
-                            break;
-                        if (answer != 0)
-                            keep(first[i]);
-                    }
+                    i = test->decideRun(first, i, count, [&](size_t k, int answer) {
+                        keepIf(answer != 0, first[k]);
+                    });
                     // Bound to the last element decided, as testing each would leave it.
                     test->variable()->object(first[i - 1]);
                 }
@@ -480,7 +484,7 @@ void TNAllInstancesExpr::forEach(const TNObjectVisitor& visit) const {
     // The first batch is small, for visitors that stop early (extraction).
     const TNObjectSequence& instances = cls->instances();
     const size_t count = instances.size();
-    constexpr size_t batchSize = 64;
+    constexpr size_t batchSize = 256;
     SgxSimplePtr<TNObject> batch[batchSize];
     visit.expect(count);
     for (size_t i = 0, want = 8; i < count && i < instances.size(); want = batchSize) {
@@ -550,9 +554,13 @@ void TNFilterExpr::forEach(const TNObjectVisitor& visit) const {
 }
 
 size_t TNFilterExpr::count() const {
+    struct Count {
+        size_t* kept;
+        void operator()(const SgxSimplePtr<TNObject>&) const { ++*kept; }
+        void add(bool one) const { *kept += one ? 1 : 0; }
+    };
     size_t kept = 0;
-    filterInto(*this, tnOperand(*this, m_collection), m_predicate,
-               [&](const SgxSimplePtr<TNObject>&) { ++kept; });
+    filterInto(*this, tnOperand(*this, m_collection), m_predicate, Count{&kept});
     return kept;
 }
 

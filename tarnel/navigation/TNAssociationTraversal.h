@@ -158,6 +158,8 @@ public:
     static inline uintptr_t linkWordAt(const TNObject& source, int32_t slot) noexcept;
     // The same for a source known to be made by its class (not a copy), its header unread.
     static inline uintptr_t originalLinkWordAt(const TNObject& source, int32_t slot) noexcept;
+    // Whether `object` was made by `cls` (not a copy): its slots then lie where cls's say.
+    static inline bool madeBy(const TNObject& object, const TNClass& cls) noexcept;
 
 private:
     // Reads the remembered slot and link words of the objects it loads ahead for.

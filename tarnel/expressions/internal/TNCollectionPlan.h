@@ -130,28 +130,58 @@ public:
         return slot != nullptr ? decideComparison(*slot) : -1;
     }
     // For the elements of a uniform array (tn_detail::linkUniformTag) whose first is `model`,
-    // just decided: whether decideLike can decide them, their headers unread (the test reads
-    // its own slot of model's class, which it prepared, or a link whose slot it found in
-    // model's class).
+    // just decided: whether decideRun can decide them, their headers unread (the test reads its
+    // own slot of model's class, which it prepared, or a link whose slot it found in model's
+    // class).
     bool canDecideLike(const TNObject& model) const noexcept {
         const TNClass* cls = model.getClass().get();
-        if (cls == nullptr)
-            return false;
-        if (m_step != nullptr)
-            return cls == m_sourceClass;
-        if (cls != m_class)
-            return false;
-        m_model = &model;
-        m_modelSlot = &model[*m_desc];
-        return true;
+        return cls != nullptr && cls == (m_step != nullptr ? m_sourceClass : m_class);
     }
-    // decide for `element`, an object made by the class of the model canDecideLike accepted.
-    int decideLike(const TNObject& element) const noexcept {
-        if (m_step == nullptr)
-            return decideSlot(sameSlot(*m_model, *m_modelSlot, element));
-        const TNAttribute* slot =
-            preparedSlot(linked(TNAssociationTraversal::originalLinkWordAt(element, m_linkSlot)));
-        return slot != nullptr ? decideSlot(*slot) : -1;
+    // Decides first[i], first[i + 1], ... of such an array, handing each element's index and
+    // answer (1 or 0) to `answer`, and returns the index of the first element it cannot decide
+    // (count when none), which the caller then evaluates node by node. Each element's slot or
+    // link word is read at the same place as the model's; a linked object is decided where it
+    // is an object made by the class prepared (its slot then lies at one distance from it). It
+    // starts loading the elements a few places ahead, so that their waits for memory overlap.
+    template <class Answer>
+    size_t decideRun(const SgxSimplePtr<TNObject>* first, size_t i, size_t count,
+                     Answer&& answer) const noexcept {
+        constexpr size_t ahead = 16;
+        const int32_t linkSlot = m_linkSlot;
+        const TNClass* const cls = m_class;
+        // 0: the prepared slot has no place of its own in the class's objects.
+        const ptrdiff_t slotDistance = cls != nullptr ? TNObject::slotDistance(*m_desc) : 0;
+        if (slotDistance == 0)
+            return i;
+        if (m_step == nullptr) {
+            const ptrdiff_t offset = slotDistance;
+            for (; i < count; ++i) {
+                if (i + ahead < count)
+                    __builtin_prefetch(reinterpret_cast<const char*>(first[i + ahead].get()) +
+                                       offset);
+                const int decided = decideSlot(*reinterpret_cast<const TNAttribute*>(
+                    reinterpret_cast<const char*>(first[i].get()) + offset));
+                if (decided < 0)
+                    break;
+                answer(i, decided);
+            }
+            return i;
+        }
+        for (; i < count; ++i) {
+            if (i + ahead < count)
+                __builtin_prefetch(reinterpret_cast<const uintptr_t*>(first[i + ahead].get()) - 1 -
+                                   linkSlot);
+            const TNObject* subject =
+                linked(TNAssociationTraversal::originalLinkWordAt(*first[i], linkSlot));
+            if (subject == nullptr || !TNAssociationTraversal::madeBy(*subject, *cls))
+                break;
+            const int decided = decideSlot(*reinterpret_cast<const TNAttribute*>(
+                reinterpret_cast<const char*>(subject) + slotDistance));
+            if (decided < 0)
+                break;
+            answer(i, decided);
+        }
+        return i;
     }
     // The test's answer for an element of the prepared class whose slot is `slot`, or -1.
     int decideSlot(const TNAttribute& slot) const noexcept {
@@ -325,9 +355,6 @@ private:
     // With a step: the class of elements whose link slot was found last (null for none), and it.
     mutable const TNClass* m_sourceClass = nullptr;
     mutable int32_t m_linkSlot = -1;
-    // Without a step: the model object canDecideLike accepted last, and its slot.
-    mutable const TNObject* m_model = nullptr;
-    mutable const TNAttribute* m_modelSlot = nullptr;
     bool m_ordering = m_plan.op != TNRelationalExpr::TNEqual &&
                       m_plan.op != TNRelationalExpr::TNNotEqual &&
                       m_plan.op != SlotTestPlan::truthOp;

@@ -54,7 +54,8 @@
 // walk, and only while no traversal runs on the thread, whose nesting limit only a walk checks),
 // the constant converted once. A uniform array (objects all made by one class: frozen link
 // arrays so marked, and a class's own instances) is decided after its first element from the
-// slot or link word at the same place in each, their headers unread. The variable is left bound
+// slot or link word at the same place in each, their headers unread, the elements some places
+// ahead being loaded early so that their waits for memory overlap. The variable is left bound
 // as binding each element in turn leaves it (nothing in such a test reads it meanwhile); elements
 // it cannot decide (another class met first, an index outside an enumeration, an object whose
 // class lacks the attribute or the role, no link, two for ExactlyOne, a link slot not frozen) are

@@ -16,6 +16,9 @@ inline uintptr_t TNAssociationTraversal::originalLinkWordAt(const TNObject& sour
                                                             int32_t slot) noexcept {
     return source.originalLinkWord(slot);
 }
+inline bool TNAssociationTraversal::madeBy(const TNObject& object, const TNClass& cls) noexcept {
+    return object.m_word == reinterpret_cast<uintptr_t>(&cls);
+}
 
 namespace tn_detail {
 
