@@ -385,9 +385,13 @@ void filterInto(const TNFilterExpr& filter, const TNObjectCollectionExpr& collec
     struct Visit {
         const TNFilterExpr& filter;
         const SgxCyclicPtr<TNValueAbsExpr>& predicate;
+        const TNObjectCollectionExpr& collection;
         Keep& keep;
         std::optional<tn_detail::SlotTest>& test;
         bool& planned;
+        size_t& total; // what the collection said it hands over (expect), or npos
+        bool& streamChecked;
+        bool& streaming; // the variable bound to the last element, and left there
 
         void plan() const {
             tn_detail::planSlotTestOnce(planned, test, [&]() -> const tn_detail::SlotTestPlan& {
@@ -402,10 +406,41 @@ void filterInto(const TNFilterExpr& filter, const TNObjectCollectionExpr& collec
             else if (kept)
                 keep(element);
         }
+        void expect(size_t count) const { total = count; }
+        // Whether the consumer of a streaming Keep (below) has had all it wants.
+        bool stopped() const {
+            if constexpr (requires { keep.stopped(); })
+                return keep.stopped();
+            else
+                return false;
+        }
+        // A Keep that can hand each element on as soon as it is kept (stream()) is told so at
+        // the first element, when no element can raise: all the objects of one class, each
+        // decided from its own slot, of a kind whose every value compares (no enumeration,
+        // whose index may lie outside its type). Only then may the walk stop where the consumer
+        // stops, the rest of the evaluations, which have no effect, being left out; the variable
+        // is bound to the collection's last element, as evaluating them would leave it.
+        void offerStream(const TNObject& model) const {
+            if constexpr (requires { keep.stream(); }) {
+                if (streamChecked)
+                    return;
+                streamChecked = true;
+                if (total == std::string::npos || total == 0 ||
+                    !tn_detail::isExactly<TNAllInstancesExpr>(collection) ||
+                    !test->decidesEveryObjectOf(model) ||
+                    tn_detail::overwrittenOriginals.load(std::memory_order_relaxed) != 0 ||
+                    !keep.mayStream())
+                    return;
+                test->variable()->object(model.getClass()->instances()[total - 1]);
+                streaming = true;
+                keep.stream();
+            }
+        }
         void one(const SgxSimplePtr<TNObject>& element) const {
             int answer = test ? test->decide(element.get()) : -1;
             if (answer >= 0) {
-                test->variable()->object(element);
+                if (!streaming)
+                    test->variable()->object(element);
             } else {
                 answer = tnOperand(filter, predicate).test(element) ? 1 : 0;
                 if (test) {
@@ -419,7 +454,7 @@ void filterInto(const TNFilterExpr& filter, const TNObjectCollectionExpr& collec
         bool operator()(const SgxSimplePtr<TNObject>& element) const {
             plan();
             one(element);
-            return true;
+            return !stopped();
         }
         // A whole array: when its objects are all made by one class (tn_detail::linkUniformTag),
         // the slot (or the link) lies at the same place in each, so after the first the others
@@ -430,22 +465,32 @@ void filterInto(const TNFilterExpr& filter, const TNObjectCollectionExpr& collec
             if (test && uniform && count > 1 &&
                 tn_detail::overwrittenOriginals.load(std::memory_order_relaxed) == 0) {
                 one(first[i++]);
+                offerStream(*first[0]);
+                if (stopped())
+                    return false;
                 if (test->canDecideLike(*first[0])) {
                     i = test->decideRun(first, i, count, [&](size_t k, int answer) {
                         keepIf(answer != 0, first[k]);
+                        return !stopped();
                     });
+                    if (stopped())
+                        return false;
                     // Bound to the last element decided, as testing each would leave it.
-                    test->variable()->object(first[i - 1]);
+                    if (!streaming)
+                        test->variable()->object(first[i - 1]);
                 }
             }
-            for (; i < count; ++i)
+            for (; i < count && !stopped(); ++i)
                 one(first[i]);
-            return true;
+            return !stopped();
         }
     };
     std::optional<tn_detail::SlotTest> test;
     bool planned = false;
-    collection.forEach(Visit{filter, predicate, keep, test, planned});
+    size_t total = std::string::npos;
+    bool streamChecked = false, streaming = false;
+    collection.forEach(
+        Visit{filter, predicate, collection, keep, test, planned, total, streamChecked, streaming});
 }
 
 } // namespace
@@ -546,10 +591,32 @@ TNObjectSequence TNFilterExpr::operator()() const {
 }
 
 void TNFilterExpr::forEach(const TNObjectVisitor& visit) const {
+    // The elements kept are gathered, and visited once every evaluation is done; or, where the
+    // walk finds that no evaluation can raise, visited as they are kept (filterInto's stream).
+    struct Gather {
+        TNObjectSequence* kept;
+        const TNObjectVisitor* visit;
+        bool* streaming;
+        bool* done;
+        void operator()(const SgxSimplePtr<TNObject>& element) const {
+            if (!*streaming)
+                kept->push_back(element);
+            else if (!*done)
+                *done = !(*visit)(element);
+        }
+        bool mayStream() const { return visit->visitsWithoutEffect(); }
+        void stream() const {
+            *streaming = true;
+            *done = !visit->each(kept->data(), kept->size());
+        }
+        bool stopped() const { return *done; }
+    };
     m_kept.use([&](TNObjectSequence& kept) {
+        bool streaming = false, done = false;
         filterInto(*this, tnOperand(*this, m_collection), m_predicate,
-                   [&](const SgxSimplePtr<TNObject>& element) { kept.push_back(element); });
-        visit.each(kept.data(), kept.size());
+                   Gather{&kept, &visit, &streaming, &done});
+        if (!streaming)
+            visit.each(kept.data(), kept.size());
     });
 }
 
@@ -616,13 +683,20 @@ namespace {
 // answers how many were seen. Out of line, so that a caller's path without a visit makes none.
 template <class Walk>
 [[gnu::noinline]] size_t takeFirst(const Walk& walk, size_t needed, SgxSimplePtr<TNObject>& first) {
-    size_t seen = 0;
-    walk([&](const SgxSimplePtr<TNObject>& element) {
-        if (seen++ == 0)
-            first = element;
-        return seen < needed;
-    });
-    return seen;
+    struct Take {
+        size_t needed;
+        SgxSimplePtr<TNObject>& first;
+        size_t seen = 0;
+        bool operator()(const SgxSimplePtr<TNObject>& element) {
+            if (seen++ == 0)
+                first = element;
+            return seen < needed;
+        }
+        // Taking an element changes nothing but what was taken.
+        bool visitsWithoutEffect() const { return true; }
+    } take{needed, first};
+    walk(take);
+    return take.seen;
 }
 
 } // namespace

@@ -197,7 +197,8 @@ public:
         : m_callable(const_cast<void*>(static_cast<const void*>(std::addressof(fn)))),
           m_call(&call<std::remove_reference_t<Fn>>),
           m_callEach(&callEach<std::remove_reference_t<Fn>>),
-          m_expect(expectFor<std::remove_reference_t<Fn>>()) {}
+          m_expect(expectFor<std::remove_reference_t<Fn>>()),
+          m_withoutEffect(withoutEffectFor<std::remove_reference_t<Fn>>()) {}
     bool operator()(const SgxSimplePtr<TNObject>& object) const {
         return m_call(m_callable, object);
     }
@@ -216,6 +217,13 @@ public:
     void expect(size_t total) const {
         if (m_expect != nullptr)
             m_expect(m_callable, total);
+    }
+    // Whether visiting an element can have no effect but on the callable itself (it changes
+    // neither model nor graph, and raises nothing a later visit could not), as a callable that
+    // has visitsWithoutEffect() answers: such a visitor may be handed each element as soon as a
+    // collection has it, even before the collection's other evaluations (TNFilterExpr).
+    bool visitsWithoutEffect() const {
+        return m_withoutEffect != nullptr && m_withoutEffect(m_callable);
     }
 
 private:
@@ -247,10 +255,20 @@ private:
             return nullptr;
     }
 
+    template <class Callable> static constexpr bool (*withoutEffectFor())(void*) {
+        if constexpr (requires(Callable & fn) { fn.visitsWithoutEffect(); })
+            return [](void* callable) {
+                return static_cast<Callable*>(callable)->visitsWithoutEffect();
+            };
+        else
+            return nullptr;
+    }
+
     void* m_callable;
     bool (*m_call)(void*, const SgxSimplePtr<TNObject>&);
     bool (*m_callEach)(void*, const SgxSimplePtr<TNObject>*, size_t, bool);
     void (*m_expect)(void*, size_t);
+    bool (*m_withoutEffect)(void*);
 };
 
 // Nodes yielding a sequence of model objects.

@@ -1,6 +1,7 @@
 #include "tarnel/expressions/TNQuantifierExpr.h"
 
 #include "tarnel/expressions/internal/TNCollectionPlan.h"
+#include "tarnel/expressions/internal/TNPlan.h"
 
 #include <algorithm>
 #include <functional>
@@ -40,6 +41,12 @@ TNValue TNQuantifierExpr::quantify(bool whileResult) const {
         bool operator()(const SgxSimplePtr<TNObject>& element) const {
             plan();
             return one(element);
+        }
+        // Binding the variable and evaluating a condition of the library's own nodes that
+        // neither bind nor fill a cache change nothing a collection's own evaluations read.
+        bool visitsWithoutEffect() const {
+            const TNValueExpr* condition = node.m_condition.get();
+            return condition != nullptr && tn_detail::effectFree(*condition);
         }
         bool operator()(const SgxSimplePtr<TNObject>* first, size_t count, bool) const {
             plan();

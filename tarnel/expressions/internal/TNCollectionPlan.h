@@ -137,9 +137,28 @@ public:
         const TNClass* cls = model.getClass().get();
         return cls != nullptr && cls == (m_step != nullptr ? m_sourceClass : m_class);
     }
+    // Whether every object made by `model`'s class is decided here, none being left to an
+    // evaluation that might raise: the test reads the object's own slot, prepared for that
+    // class, of a kind whose every value compares (not an enumeration).
+    bool decidesEveryObjectOf(const TNObject& model) const noexcept {
+        if (m_step != nullptr || m_class == nullptr || model.getClass().get() != m_class ||
+            TNObject::slotDistance(*m_desc) == 0)
+            return false;
+        switch (m_kind) {
+        case TNAttrInteger:
+        case TNAttrLong:
+        case TNAttrBoolean:
+        case TNAttrReal:
+        case TNAttrString:
+            return true;
+        default:
+            return false;
+        }
+    }
     // Decides first[i], first[i + 1], ... of such an array, handing each element's index and
-    // answer (1 or 0) to `answer`, and returns the index of the first element it cannot decide
-    // (count when none), which the caller then evaluates node by node. Each element's slot or
+    // answer (1 or 0) to `answer`, which tells whether to go on, and returns the index of the
+    // first element it cannot decide (count when none), which the caller then evaluates node by
+    // node, or the index after the element where `answer` told it to stop. Each element's slot or
     // link word is read at the same place as the model's; a linked object is decided where it
     // is an object made by the class prepared (its slot then lies at one distance from it). It
     // starts loading the elements a few places ahead, so that their waits for memory overlap.
@@ -163,7 +182,8 @@ public:
                     reinterpret_cast<const char*>(first[i].get()) + offset));
                 if (decided < 0)
                     break;
-                answer(i, decided);
+                if (!answer(i, decided))
+                    return i + 1;
             }
             return i;
         }
@@ -179,7 +199,8 @@ public:
                 reinterpret_cast<const char*>(subject) + slotDistance));
             if (decided < 0)
                 break;
-            answer(i, decided);
+            if (!answer(i, decided))
+                return i + 1;
         }
         return i;
     }

@@ -60,7 +60,8 @@
 // it cannot decide (another class met first, an index outside an enumeration, an object whose
 // class lacks the attribute or the role, no link, two for ExactlyOne, a link slot not frozen) are
 // evaluated node by node, and raise what they raise. Quantifiers stop where they always stop
-// (their first deciding element); no walk stops earlier than a node-by-node walk. Plan:
+// (their first deciding element); no walk stops earlier than a node-by-node walk but under rule
+// 8. Plan:
 // SlotTestPlan (TNCollectionPlan.h) in the node's OpaqueShapeCache, derived after any graph
 // change, and read at the walk's first element, after the collection's evaluations.
 //
@@ -74,6 +75,19 @@
 // key holding a host's node is evaluated per comparison as the node describes. The variable is
 // left bound as evaluating per comparison leaves it. Plan: the effectFree answers, found once
 // per evaluation of the sort.
+//
+// Rule 8, a filter handed on as it is kept (TNFilterExpr::forEach): a filter visits what it
+// keeps once every evaluation of its predicate is done, from a sequence it keeps for its next
+// evaluation. But where no evaluation can raise, and its consumer's visits can have no effect
+// (TNObjectVisitor::visitsWithoutEffect: an extraction; a quantifier whose condition is
+// effectFree), it hands each element on as soon as it keeps it and stops where the consumer
+// stops, the evaluations left out having no effect. No evaluation can raise when the filter walks
+// all the objects of one class (TNAllInstancesExpr, objects made by the class, none overwritten)
+// under a slot test of each object's own slot, prepared for that class at the first object, of
+// a kind whose every value compares (not an enumeration, whose index may lie outside its type).
+// The variable is bound to the class's last object before the first element is handed on, as a
+// finished filter leaves it, and stays there. Plan: rule 6's, and the decision at the walk's
+// first element.
 //
 // Navigation read in place (TNAssociationTraversal, no plan): a single step whose slot is
 // frozen hands over its array, or the one link its word holds (an owner, a parent), where it

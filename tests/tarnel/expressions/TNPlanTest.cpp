@@ -471,3 +471,60 @@ TEST(TNPlan, SortKeysOfLibraryNodesOnceHostNodesEveryComparison) {
     shared.adopt(new TNSortExpr(probed));
     shared.adopt(new TNAllExpr(below));
 }
+
+namespace {
+// A host's condition with an effect: it lowers `target`'s "i" below every constant the test
+// filters by, and holds.
+struct Lowering : TNValueExpr {
+    TNObject* target = nullptr;
+    mutable int evaluations = 0;
+    TNValue operator()() const override {
+        ++evaluations;
+        (*target)["i"] = -5;
+        return TNValue(true);
+    }
+    void prepareForDeletion() const override {}
+};
+} // namespace
+
+TEST(TNPlan, ConsumersOfAFilterSeeWhatTheFinishedFilterGives) {
+    // A filter of a class's objects by their own slot may hand each element on as it is kept
+    // and stop where its consumer stops; the consumer must still see the variable on the last
+    // object and the elements a finished filter keeps.
+    PlanModel m;
+    auto* x = new TNObjectVarExpr(m.objects[0]);
+    auto* y = new TNObjectVarExpr;
+    auto* kept =
+        new TNFilterExpr(new TNValueAbsExpr(x, new TNRelationalExpr(new TNAttrExpr("i", x),
+                                                                    TNRelationalExpr::TNGreater,
+                                                                    new TNConstantExpr(-3))),
+                         new TNAllInstancesExpr("A", x)); // objects 0, 2, 4: i is -2, 0, 2
+    TNObjectExtractionExpr first(kept);
+    first.choice(TNObjectExtractionExpr::First);
+    EXPECT_EQ(first().get(), m.objects[0]);
+    EXPECT_EQ(x->object().get(), m.objects[4]);
+    first.choice(TNObjectExtractionExpr::ExactlyOne);
+    x->object(m.objects[0]);
+    EXPECT_EQ(raised([&] { first(); }),
+              "ObjectExtraction: association doesn't have exactly one object.");
+    EXPECT_EQ(x->object().get(), m.objects[4]);
+    // y.i == x.i holds only for the last object, which x is on once the filter is done.
+    TNSomeExpr sameAsLast(kept,
+                          new TNRelationalExpr(new TNAttrExpr("i", y), TNRelationalExpr::TNEqual,
+                                               new TNAttrExpr("i", x)),
+                          y);
+    x->object(m.objects[0]);
+    EXPECT_TRUE(sameAsLast().asBoolean());
+    EXPECT_EQ(y->object().get(), m.objects[4]);
+    // A condition with an effect sees every element the filter kept before its first visit,
+    // though it lowers the last one below the filter's bound on its first evaluation.
+    auto* lowering = new Lowering;
+    lowering->target = m.objects[4];
+    TNAllExpr all(kept, lowering, y);
+    EXPECT_TRUE(all().asBoolean());
+    EXPECT_EQ(lowering->evaluations, 3);
+    TNExprOwner shared;
+    shared.adopt(new TNObjectExtractionExpr(first));
+    shared.adopt(new TNSomeExpr(sameAsLast));
+    shared.adopt(new TNAllExpr(all));
+}
