@@ -48,9 +48,28 @@ TNValue TNQuantifierExpr::quantify(bool whileResult) const {
             const TNValueExpr* condition = node.m_condition.get();
             return condition != nullptr && tn_detail::effectFree(*condition);
         }
-        bool operator()(const SgxSimplePtr<TNObject>* first, size_t count, bool) const {
+        // A uniform array (objects all made by one class) is decided after its first element
+        // from the slot or link word at the same place in each, as a filter decides it.
+        bool operator()(const SgxSimplePtr<TNObject>* first, size_t count, bool uniform) const {
             plan();
-            for (size_t i = 0; i < count; ++i)
+            size_t i = 0;
+            if (test && uniform && count > 1 &&
+                tn_detail::overwrittenOriginals.load(std::memory_order_relaxed) == 0) {
+                if (!one(first[i++]))
+                    return false;
+                if (test->canDecideLike(*first[0])) {
+                    bool goOn = true;
+                    i = test->decideRun(first, i, count, [&](size_t, int answer) {
+                        result = answer != 0;
+                        return goOn = result == whileResult;
+                    });
+                    // Bound to the element that decided, or the last one tested.
+                    tnVariable(node, node.m_boundVariable).object(first[i - 1]);
+                    if (!goOn)
+                        return false;
+                }
+            }
+            for (; i < count; ++i)
                 if (!one(first[i]))
                     return false;
             return true;

@@ -205,7 +205,7 @@ public:
         return i;
     }
     // The test's answer for an element of the prepared class whose slot is `slot`, or -1.
-    int decideSlot(const TNAttribute& slot) const noexcept {
+    [[gnu::always_inline]] int decideSlot(const TNAttribute& slot) const noexcept {
         return m_op == SlotTestPlan::truthOp ? decideTruth(slot) : decideComparison(slot);
     }
     // How far into an element of the prepared class the slot tested lies (TNObject::slotDistance);

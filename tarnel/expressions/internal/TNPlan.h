@@ -52,15 +52,16 @@
 // frozen link word leads to: positions and kinds found once per class (the slot's kept from one
 // walk to the next while the class and its enumeration type are unchanged; the link slot once per
 // walk, and only while no traversal runs on the thread, whose nesting limit only a walk checks),
-// the constant converted once. A uniform array (objects all made by one class: frozen link
-// arrays so marked, and a class's own instances) is decided after its first element from the
-// slot or link word at the same place in each, their headers unread, the elements some places
-// ahead being loaded early so that their waits for memory overlap. The variable is left bound
-// as binding each element in turn leaves it (nothing in such a test reads it meanwhile); elements
-// it cannot decide (another class met first, an index outside an enumeration, an object whose
-// class lacks the attribute or the role, no link, two for ExactlyOne, a link slot not frozen) are
-// evaluated node by node, and raise what they raise. Quantifiers stop where they always stop
-// (their first deciding element); no walk stops earlier than a node-by-node walk but under rule
+// the constant converted once. A uniform array handed to a filter or a quantifier (objects all made
+// by one class: frozen link arrays so marked, and a class's own instances) is decided after its
+// first element from the slot or link word at the same place in each, their headers unread, the
+// elements some places ahead being loaded early so that their waits for memory overlap. The
+// variable is left bound as binding each element in turn leaves it (nothing in such a test reads it
+// meanwhile); elements it cannot decide (another class met first, an index outside an enumeration,
+// an object whose class lacks the attribute or the role, no link, two for ExactlyOne, a link slot
+// not frozen) are evaluated node by node, and raise what they raise. Quantifiers stop where they
+// always stop (their first deciding element); no walk stops earlier than a node-by-node walk but
+// under rule
 // 8. Plan:
 // SlotTestPlan (TNCollectionPlan.h) in the node's OpaqueShapeCache, derived after any graph
 // change, and read at the walk's first element, after the collection's evaluations.

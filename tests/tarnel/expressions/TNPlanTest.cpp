@@ -386,21 +386,39 @@ TEST(TNPlan, SlotTestsInFiltersAndQuantifiersDecideAsNodeByNode) {
     // element raises (S holds holdsNone after its holders).
     extraction->choice(TNObjectExtractionExpr::First);
     auto* className = new TNConstantExpr;
-    TNFilterExpr overClass(new TNValueAbsExpr(x, test), new TNAllInstancesExpr(className, x));
+    auto* ofClass = new TNAllInstancesExpr(className, x);
+    TNFilterExpr overClass(new TNValueAbsExpr(x, test), ofClass);
+    TNSomeExpr someOfClass(ofClass, test, x);
+    TNAllExpr allOfClass(ofClass, test, x);
     const std::pair<const char*, TNObjectExprPtr> classes[] = {{"A", x}, {"T", extraction}};
     for (const auto& [cls, subject] : classes) {
         attr->object(subject);
+        className->value(cls);
+        const TNObjectSequence& elements = m.schema.getClass(cls)->instances();
         for (int op = TNRelationalExpr::TNEqual; op <= TNRelationalExpr::TNGreaterEqual; ++op) {
             test->op(static_cast<Op>(op));
             for (const TNValue& c : constants()) {
                 value->value(c);
-                className->value(cls);
+                SCOPED_TRACE(std::string(cls) + " op " + std::to_string(op) + " " + show(c));
+                TNObjectSequence kept; // node by node: the relational node on each element
+                TNObject* firstTrue = nullptr;
+                TNObject* firstFalse = nullptr;
+                for (const auto& element : elements) {
+                    x->object(element);
+                    const bool holds = test->test();
+                    if (holds)
+                        kept.push_back(element);
+                    TNObject*& firstOfItsKind = holds ? firstTrue : firstFalse;
+                    if (firstOfItsKind == nullptr)
+                        firstOfItsKind = element.get();
+                }
                 x->object(m.objects[0]);
-                size_t expected = 0;
-                for (size_t k = 0; k < m.objects.size(); ++k)
-                    if (m.objects[k]->getClass()->name() == (*cls == 'A' ? "A" : "B"))
-                        expected += reference(op, attributeValue(*m.objects[k], "s"), c) ? 1 : 0;
-                EXPECT_EQ(overClass.count(), expected) << cls << " op " << op << " " << show(c);
+                EXPECT_EQ(overClass.count(), kept.size());
+                EXPECT_EQ(x->object().get(), elements.back().get());
+                EXPECT_EQ(someOfClass().asBoolean(), firstTrue != nullptr);
+                EXPECT_EQ(x->object().get(), firstTrue ? firstTrue : elements.back().get());
+                EXPECT_EQ(allOfClass().asBoolean(), firstFalse == nullptr);
+                EXPECT_EQ(x->object().get(), firstFalse ? firstFalse : elements.back().get());
             }
         }
     }
@@ -411,6 +429,8 @@ TEST(TNPlan, SlotTestsInFiltersAndQuantifiersDecideAsNodeByNode) {
     EXPECT_EQ(x->object().get(), m.holdsNone);
     TNExprOwner shared;
     shared.adopt(new TNFilterExpr(overClass));
+    shared.adopt(new TNSomeExpr(someOfClass));
+    shared.adopt(new TNAllExpr(allOfClass));
     shared.adopt(new TNFilterExpr(filter));
     shared.adopt(new TNSomeExpr(some));
     shared.adopt(new TNAllExpr(all));
