@@ -631,14 +631,50 @@ size_t TNFilterExpr::count() const {
     return kept;
 }
 
-TNObjectSequence TNTraverseExpr::operator()() const {
-    TNObjectSequence result;
+void TNTraverseExpr::appendTo(TNObjectSequence& out) const {
+    // path(element), its variable bound and its body visited rather than gathered: each part's
+    // evaluations are done before its elements are appended, which has no effect.
+    struct Append {
+        TNObjectSequence& out;
+        bool operator()(const SgxSimplePtr<TNObject>& element) const {
+            out.push_back(element);
+            return true;
+        }
+        bool operator()(const SgxSimplePtr<TNObject>* first, size_t count, bool) const {
+            out.insert(out.end(), first, first + count);
+            return true;
+        }
+    };
+    const TNObjectCollectionAbsExpr& path = tnOperand(*this, m_path);
     tnOperand(*this, m_collection).forEach([&](const SgxSimplePtr<TNObject>& element) {
-        const TNObjectSequence part = tnOperand(*this, m_path)(element);
-        result.insert(result.end(), part.begin(), part.end());
+        tnVariable(path, path.contextObject()).object(element);
+        tnOperand(path, path.expr()).forEach(Append{out});
         return true;
     });
+}
+
+TNObjectSequence TNTraverseExpr::operator()() const {
+    TNObjectSequence result;
+    appendTo(result);
     return result;
+}
+
+size_t TNTraverseExpr::count() const {
+    const TNObjectCollectionAbsExpr& path = tnOperand(*this, m_path);
+    size_t total = 0;
+    tnOperand(*this, m_collection).forEach([&](const SgxSimplePtr<TNObject>& element) {
+        tnVariable(path, path.contextObject()).object(element);
+        total += tnOperand(path, path.expr()).count();
+        return true;
+    });
+    return total;
+}
+
+void TNTraverseExpr::forEach(const TNObjectVisitor& visit) const {
+    m_kept.use([&](TNObjectSequence& all) {
+        appendTo(all);
+        visit.each(all.data(), all.size());
+    });
 }
 
 TNObjectSequence TNSortExpr::operator()() const {

@@ -128,10 +128,21 @@ public:
         : m_path(path), m_collection(collection) {}
 
     TNObjectSequence operator()() const override;
+    // The sum of what `path` counts for each element, no part being gathered.
+    size_t count() const override;
+    // Visits the concatenation once every evaluation is done, from a sequence the node keeps
+    // for its next evaluation.
+    void forEach(const TNObjectVisitor& visit) const override;
     void prepareForDeletion() const override;
 
     TN_EXPR_FIELD(SgxCyclicPtr<TNObjectCollectionAbsExpr>, path);
     TN_EXPR_FIELD(TNObjectCollectionExprPtr, collection);
+
+private:
+    // Appends to `out` what path yields for each element, each part handed over where it lies.
+    void appendTo(TNObjectSequence& out) const;
+
+    mutable tn_detail::KeptSequence m_kept;
 };
 
 // `collection` sorted by a list of keys, the first the primary one. The whole sequence is sorted

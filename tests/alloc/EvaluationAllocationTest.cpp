@@ -86,6 +86,10 @@ TEST(EvaluationAllocation, SteadyStateAllocatesNothingPerElement) {
          "Class.allInstances()->select(c | c.operations->select(o | o.weight > 10.0)"
          "->exists(o | o.order > 3))->size()",
          0},
+        {"a quantifier over the links of each element's links",
+         "Package.allInstances()->select(p | p.classes->collect(c | c.operations)"
+         "->exists(o | o.order < 0))->size()",
+         0},
         // A sorted sequence grows by doubling when it is not sized ahead: two blocks for 4x.
         {"sort by two attribute keys",
          "Class.allInstances()->sortedBy(c | c.isAbstract desc, c.order desc)", 2},

@@ -79,7 +79,8 @@
 //
 // Rule 8, a filter handed on as it is kept (TNFilterExpr::forEach): a filter visits what it
 // keeps once every evaluation of its predicate is done, from a sequence it keeps for its next
-// evaluation. But where no evaluation can raise, and its consumer's visits can have no effect
+// evaluation (as a TNTraverseExpr does, which appends each part where its path hands it over). But
+// where no evaluation can raise, and its consumer's visits can have no effect
 // (TNObjectVisitor::visitsWithoutEffect: an extraction; a quantifier whose condition is
 // effectFree), it hands each element on as soon as it keeps it and stops where the consumer
 // stops, the evaluations left out having no effect. No evaluation can raise when the filter walks
