@@ -3,7 +3,7 @@
 // the mapping of every Ecore construct and what is lost.
 //
 // This is the library `tarnelimport` (target Tarnel::tarnelimport), separate from Tarnel::tarnel
-// because it reads XML through expat; a host that imports links it explicitly.
+// because it reads XML through libxml2; a host that imports links it explicitly.
 //
 // Both readers treat their files as untrusted: sizes and nesting are limited (TNImportLimits),
 // no document type declaration is accepted, and every error raises TNImportError naming the

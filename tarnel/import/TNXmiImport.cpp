@@ -566,10 +566,10 @@ private:
         }
     }
 
-    // The binding of attribute `name` in objects of `info`, or null. Expat hands every attribute
-    // name as the same text of its own for the whole document, so a small cache keyed by the
-    // text's address and the class usually answers; a hit is still checked by content, so the
-    // cache is only ever a shortcut.
+    // The binding of attribute `name` in objects of `info`, or null. The reader hands every
+    // attribute name as the same text of its own for the whole document, so a small cache keyed
+    // by the text's address and the class usually answers; a hit is still checked by content, so
+    // the cache is only ever a shortcut.
     const Binding* bindingOf(const ClassInfo& info, const char* name) {
         const auto slot =
             (reinterpret_cast<uintptr_t>(name) ^ reinterpret_cast<uintptr_t>(&info) >> 4) %

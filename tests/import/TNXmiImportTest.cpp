@@ -75,6 +75,23 @@ TEST(TNXmiImport, ObjectsValuesAndLinksAcrossTwoFiles) {
     EXPECT_FALSE((*b1)["flag"].asBoolean());
 }
 
+// The reader hands values as the text they stand for: references and sections undone, comments
+// dropped, whatever form the parser keeps them in.
+TEST(TNXmiImport, EscapesSectionsAndCommentsReadAsTheirText) {
+    LibraryModel m;
+    TNXmiImporter importer(*m.metamodel);
+    importer.readBuffer(header + "<lib:Library " + namespaces + R"(>
+  <books name="a&amp;b &#38;&#x26; &lt;&quot;&#233;">
+    <tags><![CDATA[<x>&amp;]]></tags>
+    <tags>c<!-- gone --><?pi x?>d&amp;&#233;</tags>
+  </books>
+</lib:Library>)",
+                        "escapes.xmi");
+    const auto book = importer.roots(0).at(0)->objects("books").at(0);
+    EXPECT_EQ((*book)["name"].asString(), "a&b && <\"\u00e9");
+    EXPECT_EQ((*book)["tags"].asString(), "<x>&amp;\ncd&\u00e9");
+}
+
 TEST(TNXmiImport, RealsReadAsTheirNearestDouble) {
     // Short plain decimals are read without strtod; every form must still give strtod's double.
     std::istringstream forms(
@@ -138,6 +155,11 @@ TEST(TNXmiImport, ErrorsNameFileLineAndColumn) {
         {"  <books name=\"a\">text</books>", "inside the element", 3, 19},
         {"  <books><name>a<b/></name></books>", "inside a value", 3, 17},
         {"  <books", "", 4, 1},
+        // A tag over several lines is placed at its '<'; columns count characters, not bytes;
+        // a text starts behind the comment or reference before it.
+        {"  <books\n      colour=\"x\"/>", "has no feature 'colour'", 3, 3},
+        {"  <books name=\"\u00e9\"><!-- c -->text</books>", "inside the element", 3, 29},
+        {"  <books name=\"\u00e9\">&#233;\n  x</books>", "inside the element", 3, 19},
     };
     for (const Case& c : cases) {
         LibraryModel m;
@@ -166,7 +188,7 @@ TEST(TNXmiImport, UntrustedInputIsRefused) {
         {header + "<lib:Library " + namespaces + "><books/><books/><books><library/></books>" +
              "<writers><books><x/></books></writers></lib:Library>",
          "nested deeper than 3"},
-        {"", "no element found"},
+        {"", "no root element"},
     };
     TNImportLimits limits;
     limits.maxDepth = 3;
