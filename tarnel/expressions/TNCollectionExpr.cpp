@@ -350,9 +350,13 @@ const Body* plainBody(const TNValueAbsExpr* abstraction, TNObjectVarExpr*& varia
 
 // Fills in `plan` when `predicate` is an attribute test; leaves it empty otherwise.
 void recognizeAttributeTest(const TNValueAbsExpr* predicate, tn_detail::AttributeTestPlan& plan) {
-    if (predicate != nullptr)
+    if (predicate != nullptr) {
         tn_detail::recognizeSlotTest(predicate->expr().get(), predicate->contextObject().get(),
                                      plan.slotTest);
+        if (plan.slotTest.variable == nullptr)
+            tn_detail::recognizeCompoundTest(predicate->expr().get(),
+                                             predicate->contextObject().get(), plan.compound);
+    }
     TNObjectVarExpr* variable = nullptr;
     const auto* test = plainBody<TNRelationalExpr>(predicate, variable);
     if (test == nullptr)
@@ -388,15 +392,23 @@ void filterInto(const TNFilterExpr& filter, const TNObjectCollectionExpr& collec
         const TNObjectCollectionExpr& collection;
         Keep& keep;
         std::optional<tn_detail::SlotTest>& test;
+        std::optional<tn_detail::CompoundTest>& compound; // where test is none
         bool& planned;
         size_t& total; // what the collection said it hands over (expect), or npos
         bool& streamChecked;
         bool& streaming; // the variable bound to the last element, and left there
 
         void plan() const {
+            if (planned)
+                return;
             tn_detail::planSlotTestOnce(planned, test, [&]() -> const tn_detail::SlotTestPlan& {
                 return filter.attributeTest().slotTest;
             });
+            if (test)
+                return;
+            if (const tn_detail::CompoundTestPlan& combined = filter.attributeTest().compound;
+                combined.variable != nullptr)
+                compound.emplace(combined);
         }
         // keep(element) where `kept`; a Keep that only counts adds without a branch, so that
         // a walk deciding from slots need not wait for each slot before reading the next.
@@ -436,16 +448,22 @@ void filterInto(const TNFilterExpr& filter, const TNObjectCollectionExpr& collec
                 keep.stream();
             }
         }
-        void one(const SgxSimplePtr<TNObject>& element) const {
-            int answer = test ? test->decide(element.get()) : -1;
+        // Out of line, so that a walk under a single test stays small.
+        [[gnu::noinline]] int decideCombined(const TNObject* element) const {
+            return compound ? compound->decide(element) : -1;
+        }
+        [[gnu::always_inline]] void one(const SgxSimplePtr<TNObject>& element) const {
+            int answer = test ? test->decide(element.get()) : decideCombined(element.get());
             if (answer >= 0) {
                 if (!streaming)
-                    test->variable()->object(element);
+                    (test ? test->variable() : compound->variable())->object(element);
             } else {
                 answer = tnOperand(filter, predicate).test(element) ? 1 : 0;
                 if (test) {
                     test->prepare(element.get());
                     filter.attributeTest().slotDistance = test->slotDistance();
+                } else if (compound) {
+                    compound->prepare(element.get());
                 }
             }
             if (answer != 0)
@@ -486,11 +504,12 @@ void filterInto(const TNFilterExpr& filter, const TNObjectCollectionExpr& collec
         }
     };
     std::optional<tn_detail::SlotTest> test;
+    std::optional<tn_detail::CompoundTest> compound;
     bool planned = false;
     size_t total = std::string::npos;
     bool streamChecked = false, streaming = false;
-    collection.forEach(
-        Visit{filter, predicate, collection, keep, test, planned, total, streamChecked, streaming});
+    collection.forEach(Visit{filter, predicate, collection, keep, test, compound, planned, total,
+                             streamChecked, streaming});
 }
 
 } // namespace

@@ -159,7 +159,19 @@ void recognizeSlotTest(const TNValueExpr* condition, TNObjectVarExpr* variable,
     const TNValueExpr* attrNode = condition;
     const TNConstantExpr* constant = nullptr;
     int32_t op = SlotTestPlan::truthOp;
-    if (isExactly<TNRelationalExpr>(*condition)) {
+    const char* pattern = nullptr;
+    if (isExactly<TNRegExpMatchExpr>(*condition)) {
+        // A literal pattern matches where its own characters stand (rule 4).
+        const auto& match = static_cast<const TNRegExpMatchExpr&>(*condition);
+        const TNValueExpr* regexp = match.regexp().get();
+        if (regexp == nullptr || !isExactly<TNConstantExpr>(*regexp))
+            return;
+        pattern = static_cast<const TNConstantExpr*>(regexp)->constant().text();
+        if (pattern == nullptr || !isLiteralPattern(pattern))
+            return;
+        attrNode = match.str().get();
+        op = SlotTestPlan::containsOp;
+    } else if (isExactly<TNRelationalExpr>(*condition)) {
         const auto& relational = static_cast<const TNRelationalExpr&>(*condition);
         const TNValueExpr* rhs = relational.rhs().get();
         attrNode = relational.lhs().get();
@@ -186,8 +198,9 @@ void recognizeSlotTest(const TNValueExpr* condition, TNObjectVarExpr* variable,
     plan.step = step;
     plan.exactlyOne = exactlyOne;
     if (constant == nullptr) {
-        // A truth test: a number or truth value differs from 0, a text is "true" (SlotTest).
-        plan.text = "true";
+        // A truth test: a number or truth value differs from 0, a text is "true" (SlotTest); a
+        // search looks for the pattern's text.
+        plan.text = pattern != nullptr ? pattern : "true";
         return;
     }
     const TNValue& c = constant->constant();
@@ -195,6 +208,52 @@ void recognizeSlotTest(const TNValueExpr* condition, TNObjectVarExpr* variable,
     plan.truth = c.asBoolean();
     plan.real = c.asDouble();
     plan.text = c.asString();
+}
+
+namespace {
+// Adds the node for `condition` to `plan`, and answers its index; -1 where it is no combination
+// of slot tests or has too many.
+int addCompoundNode(const TNValueExpr* condition, TNObjectVarExpr* variable,
+                    CompoundTestPlan& plan) {
+    if (condition == nullptr)
+        return -1;
+    CompoundTestPlan::Node node;
+    if (isExactly<TNBooleanExpr>(*condition)) {
+        const auto& combined = static_cast<const TNBooleanExpr&>(*condition);
+        node.op = combined.op();
+        if (node.op < TNBooleanExpr::TNAnd || node.op > TNBooleanExpr::TNImplies)
+            return -1;
+        const int lhs = addCompoundNode(combined.lhs().get(), variable, plan);
+        const int rhs = node.op == TNBooleanExpr::TNNot
+                            ? 0
+                            : addCompoundNode(combined.rhs().get(), variable, plan);
+        if (lhs < 0 || rhs < 0)
+            return -1;
+        node.lhs = static_cast<uint8_t>(lhs);
+        node.rhs = static_cast<uint8_t>(rhs);
+    } else {
+        if (plan.leafCount == CompoundTestPlan::maxLeaves)
+            return -1;
+        SlotTestPlan& leaf = plan.leaves[plan.leafCount];
+        recognizeSlotTest(condition, variable, leaf);
+        if (leaf.variable == nullptr)
+            return -1;
+        node.lhs = static_cast<uint8_t>(plan.leafCount++);
+    }
+    if (plan.nodeCount == std::size(plan.nodes))
+        return -1;
+    plan.nodes[plan.nodeCount] = node;
+    return static_cast<int>(plan.nodeCount++);
+}
+} // namespace
+
+void recognizeCompoundTest(const TNValueExpr* condition, TNObjectVarExpr* variable,
+                           CompoundTestPlan& plan) {
+    if (condition == nullptr || !isExactly<TNBooleanExpr>(*condition) ||
+        addCompoundNode(condition, variable, plan) < 0)
+        plan = CompoundTestPlan();
+    else
+        plan.variable = variable;
 }
 
 bool SlotTest::adoptSource(const TNClass* cls, const TNObject& element) const noexcept {

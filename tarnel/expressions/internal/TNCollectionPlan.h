@@ -61,17 +61,20 @@ struct EnumComparison {
 };
 
 // Rule 6 (TNPlan.h): a test of one attribute against a constant, attr(name, s) OP constant for
-// every operator, or the attribute as a truth value, attr(name, s); s is the variable x a filter
+// every operator, the attribute as a truth value, attr(name, s), or a search for a literal
+// pattern in it, match(constant, attr(name, s)); s is the variable x a filter
 // or a quantifier binds (exactly a TNObjectVarExpr) or the object one step from it,
 // First or ExactlyOne of [role] of x, and name a constant. Such a test is made only of the
 // library's nodes and reads nothing but the element's link word, a slot and the constant.
 struct SlotTestPlan {
-    // The op of a truth test: asBoolean() of the attribute's value.
+    // The op of a truth test: asBoolean() of the attribute's value; of a search for the
+    // plan's text, a pattern without special characters, in a text attribute.
     static constexpr int32_t truthOp = -1;
+    static constexpr int32_t containsOp = -2;
 
     TNObjectVarExpr* variable = nullptr; // null: the condition is evaluated node by node
     const TNAttrExpr* attr = nullptr;
-    int32_t op = 0; // TNRelationalExpr::TNRelOp, or truthOp
+    int32_t op = 0; // TNRelationalExpr::TNRelOp, truthOp or containsOp
     // The step whose first link (or only link, `exactlyOne`) is the object tested; null when it
     // is the element itself. A single adding step without a condition (isSingleStep).
     const TNAssociationTraversal* step = nullptr;
@@ -144,6 +147,8 @@ public:
         if (m_step != nullptr || m_class == nullptr || model.getClass().get() != m_class ||
             TNObject::slotDistance(*m_desc) == 0)
             return false;
+        if (m_op == SlotTestPlan::containsOp)
+            return m_kind == TNAttrString;
         switch (m_kind) {
         case TNAttrInteger:
         case TNAttrLong:
@@ -206,7 +211,7 @@ public:
     }
     // The test's answer for an element of the prepared class whose slot is `slot`, or -1.
     [[gnu::always_inline]] int decideSlot(const TNAttribute& slot) const noexcept {
-        return m_op == SlotTestPlan::truthOp ? decideTruth(slot) : decideComparison(slot);
+        return m_op < 0 ? decideOther(slot) : decideComparison(slot);
     }
     // How far into an element of the prepared class the slot tested lies (TNObject::slotDistance);
     // 0 when the slot is another object's.
@@ -330,8 +335,13 @@ private:
         return linkArray(word)[0].get();
     }
     // decideSlot of a truth test: asBoolean() of the value, which for a text or a literal's name
-    // is its equality with "true" (the plan's text).
-    int decideTruth(const TNAttribute& slot) const noexcept {
+    // is its equality with "true" (the plan's text); of a search: whether a text attribute holds
+    // the plan's text (anything else is converted node by node).
+    int decideOther(const TNAttribute& slot) const noexcept {
+        if (m_op == SlotTestPlan::containsOp)
+            return m_kind != TNAttrString                               ? -1
+                   : std::strstr(slot.textInPlace(), m_text) != nullptr ? 1
+                                                                        : 0;
         switch (m_kind) {
         case TNAttrInteger:
         case TNAttrLong:
@@ -359,7 +369,7 @@ private:
     // The plan's step, operator and constant, where the walk's stores cannot reach them.
     const TNAssociationTraversal* const m_step;
     const int32_t m_op = m_plan.op;
-    const bool m_linkedOrTruth = m_step != nullptr || m_op == SlotTestPlan::truthOp;
+    const bool m_linkedOrTruth = m_step != nullptr || m_op < 0;
     const int32_t m_integer;
     const bool m_truth;
     const double m_real;
@@ -376,9 +386,7 @@ private:
     // With a step: the class of elements whose link slot was found last (null for none), and it.
     mutable const TNClass* m_sourceClass = nullptr;
     mutable int32_t m_linkSlot = -1;
-    bool m_ordering = m_plan.op != TNRelationalExpr::TNEqual &&
-                      m_plan.op != TNRelationalExpr::TNNotEqual &&
-                      m_plan.op != SlotTestPlan::truthOp;
+    bool m_ordering = m_plan.op > TNRelationalExpr::TNNotEqual;
 };
 
 // Makes `test` from the plan `derive()` gives, when that plan recognized a slot test, the first
@@ -393,6 +401,74 @@ void planSlotTestOnce(bool& planned, std::optional<SlotTest>& test, Derive&& der
         test.emplace(plan);
 }
 
+// Rule 6 for a predicate that combines slot tests of one variable with and, or, not and
+// implies (TNBooleanExpr, any depth, at most maxLeaves tests): the tests and the tree over them,
+// its root last. A node is a test (op 0, lhs its index) or an operator over earlier nodes.
+struct CompoundTestPlan {
+    static constexpr size_t maxLeaves = 8;
+    struct Node {
+        int32_t op = 0; // 0 for a test, else TNBooleanExpr::TNLogOp
+        uint8_t lhs = 0;
+        uint8_t rhs = 0;
+    };
+    TNObjectVarExpr* variable = nullptr; // null: the predicate is evaluated node by node
+    SlotTestPlan leaves[maxLeaves];
+    size_t leafCount = 0;
+    Node nodes[2 * maxLeaves];
+    size_t nodeCount = 0;
+};
+
+// Fills `plan` when `condition`, evaluated with `variable` bound, is such a combination of at
+// least two tests.
+void recognizeCompoundTest(const TNValueExpr* condition, TNObjectVarExpr* variable,
+                           CompoundTestPlan& plan);
+
+// What a walk uses to decide such a predicate for each element: each test decided as SlotTest
+// decides it, combined as TNBooleanExpr combines truth values, a test being reached only where
+// evaluating the operators node by node would reach it. An element any reached test leaves
+// undecided is evaluated node by node (the tests before it could only give the same answers).
+class CompoundTest {
+public:
+    explicit CompoundTest(const CompoundTestPlan& plan) : m_plan(plan) {
+        for (size_t i = 0; i < plan.leafCount; ++i)
+            m_leaves[i].emplace(plan.leaves[i]);
+    }
+    CompoundTest(const CompoundTest&) = delete;
+    CompoundTest& operator=(const CompoundTest&) = delete;
+
+    int decide(const TNObject* element) const noexcept {
+        return decideNode(m_plan.nodeCount - 1, element);
+    }
+    // After `element` was evaluated node by node without raising: prepares each test for its
+    // class, as far as each can be.
+    void prepare(const TNObject* element) noexcept {
+        for (size_t i = 0; i < m_plan.leafCount; ++i)
+            m_leaves[i]->prepare(element);
+    }
+    TNObjectVarExpr* variable() const noexcept { return m_plan.variable; }
+
+private:
+    int decideNode(size_t n, const TNObject* element) const noexcept {
+        const CompoundTestPlan::Node& node = m_plan.nodes[n];
+        if (node.op == 0)
+            return m_leaves[node.lhs]->decide(element);
+        const int lhs = decideNode(node.lhs, element);
+        switch (node.op) {
+        case TNBooleanExpr::TNAnd:
+            return lhs <= 0 ? lhs : decideNode(node.rhs, element);
+        case TNBooleanExpr::TNOr:
+            return lhs != 0 ? lhs : decideNode(node.rhs, element);
+        case TNBooleanExpr::TNNot:
+            return lhs < 0 ? lhs : 1 - lhs;
+        default: // TNImplies
+            return lhs < 0 ? lhs : lhs == 0 ? 1 : decideNode(node.rhs, element);
+        }
+    }
+
+    const CompoundTestPlan& m_plan;
+    std::optional<SlotTest> m_leaves[CompoundTestPlan::maxLeaves];
+};
+
 // A filter's predicate recognized as x -> attr(name, x) == constant (or !=), x a plain variable,
 // which the filter compares itself, and the comparison it last prepared for a class of objects.
 struct AttributeTestPlan {
@@ -404,8 +480,10 @@ struct AttributeTestPlan {
     // Where the slot compared lies in objects of the class last prepared for
     // (TNObject::slotDistance): what a map's look-ahead loads of each object to be tested.
     ptrdiff_t slotDistance = 0;
-    // The predicate as a slot test of any operator and kind, where it is one.
+    // The predicate as a slot test of any operator and kind, where it is one, or else as a
+    // combination of them.
     SlotTestPlan slotTest;
+    CompoundTestPlan compound;
 };
 
 // What a map knows of its function from the function's shape. A function x -> count(C) (x a

@@ -45,26 +45,29 @@
 // delimiter is still evaluated first). Plan: none.
 //
 // Rule 6, slot tests over many elements (TNFilterExpr, TNAllExpr, TNSomeExpr): a predicate or
-// condition x -> attr(name, s) OP constant (any operator), or x -> attr(name, s) as a truth
-// value, any kind of attribute, name a constant, x the plain variable the node binds and s either
-// x itself or the object one step from it (First or ExactlyOne of [role] of x, a single step
-// without a condition), is decided from the element's slot, or from the slot of the object its
-// frozen link word leads to: positions and kinds found once per class (the slot's kept from one
-// walk to the next while the class and its enumeration type are unchanged; the link slot once per
-// walk, and only while no traversal runs on the thread, whose nesting limit only a walk checks),
-// the constant converted once. A uniform array handed to a filter or a quantifier (objects all made
+// condition x -> attr(name, s) OP constant (any operator), x -> attr(name, s) as a truth value,
+// or x -> match(pattern, attr(name, s)) for a constant literal pattern (rule 4), any kind of
+// attribute, name a constant, x the plain variable the node binds and s either x itself or the
+// object one step from it (First or ExactlyOne of [role] of x, a single step without a
+// condition), is decided from the element's slot, or from the slot of the object its frozen link
+// word leads to: positions and kinds found once per class (the slot's kept from one walk to the
+// next while the class and its enumeration type are unchanged; the link slot once per walk, and
+// only while no traversal runs on the thread, whose nesting limit only a walk checks), the
+// constant converted once. A uniform array handed to a filter or a quantifier (objects all made
 // by one class: frozen link arrays so marked, and a class's own instances) is decided after its
 // first element from the slot or link word at the same place in each, their headers unread, the
-// elements some places ahead being loaded early so that their waits for memory overlap. The
-// variable is left bound as binding each element in turn leaves it (nothing in such a test reads it
-// meanwhile); elements it cannot decide (another class met first, an index outside an enumeration,
-// an object whose class lacks the attribute or the role, no link, two for ExactlyOne, a link slot
-// not frozen) are evaluated node by node, and raise what they raise. Quantifiers stop where they
-// always stop (their first deciding element); no walk stops earlier than a node-by-node walk but
-// under rule
-// 8. Plan:
-// SlotTestPlan (TNCollectionPlan.h) in the node's OpaqueShapeCache, derived after any graph
-// change, and read at the walk's first element, after the collection's evaluations.
+// elements some places ahead being loaded early so that their waits for memory overlap. A
+// filter's predicate that combines such tests of one variable with and, or, not and implies
+// (CompoundTest) is decided test by test, each reached only where the operators evaluated node
+// by node would reach it. The variable is left bound as binding each element in turn leaves it
+// (nothing in such a test reads it meanwhile); elements a test cannot decide (another class met
+// first, an index outside an enumeration, an object whose class lacks the attribute or the role,
+// no link, two for ExactlyOne, a link slot not frozen, a search in what is not a text) are
+// evaluated node by node, and raise what they raise. Quantifiers stop where they always stop
+// (their first deciding element); no walk stops earlier than a node-by-node walk but under rule
+// 8. Plan: SlotTestPlan or CompoundTestPlan (TNCollectionPlan.h) in the node's
+// OpaqueShapeCache, derived after any graph change, and read at the walk's first element, after
+// the collection's evaluations.
 //
 // Rule 7, sort keys evaluated once per element (TNSortExpr): a key whose body is effectFree and
 // whose variable is a plain one could only give the same value again, so it is evaluated once

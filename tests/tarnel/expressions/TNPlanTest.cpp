@@ -548,3 +548,68 @@ TEST(TNPlan, ConsumersOfAFilterSeeWhatTheFinishedFilterGives) {
     shared.adopt(new TNSomeExpr(sameAsLast));
     shared.adopt(new TNAllExpr(all));
 }
+
+TEST(TNPlan, CombinedSlotTestsDecideAsNodeByNode) {
+    // Slot tests combined by and, or, not and implies (a search for a literal pattern among
+    // them) against the combination evaluated node by node, over runs of two classes; then with
+    // an object lacking the attributes, where a test reached raises and one not reached does not.
+    ProbeScope scope;
+    PlanModel m;
+    auto* objects = new ObjectsProbe("objects", {TNObjectSequence()});
+    auto* x = new TNObjectVarExpr;
+    auto* bound = new TNConstantExpr(1);
+    auto* pattern = new TNConstantExpr("ue");
+    TNValueExpr* less =
+        new TNRelationalExpr(new TNAttrExpr("i", x), TNRelationalExpr::TNLess, bound);
+    TNValueExpr* found = new TNRegExpMatchExpr(pattern, new TNAttrExpr("s", x));
+    TNValueExpr* truth = new TNAttrExpr("t", x);
+    TNValueExpr* low = new TNRelationalExpr(new TNAttrExpr("e", x), TNRelationalExpr::TNEqual,
+                                            new TNConstantExpr("low"));
+    using B = TNBooleanExpr;
+    TNValueExpr* shapes[] = {
+        new B(less, B::TNAnd, found),
+        new B(found, B::TNOr, truth),
+        new B(truth, B::TNNot, nullptr),
+        new B(truth, B::TNImplies, less),
+        new B(new B(less, B::TNOr, truth), B::TNAnd, new B(found, B::TNNot, nullptr)),
+        new B(low, B::TNOr, new B(less, B::TNAnd, truth)),
+    };
+    const size_t order[] = {0, 2, 4, 0, 2, 4, 1, 3, 1, 3};
+    TNObjectSequence elements;
+    for (size_t k : order)
+        elements.push_back(m.objects[k]);
+    TNExprOwner shared;
+    for (TNValueExpr* shape : shapes) {
+        TNFilterExpr filter(new TNValueAbsExpr(x, shape), objects);
+        for (const TNObjectSequence& walked : {elements, [&] {
+                                                   TNObjectSequence withLacking = elements;
+                                                   withLacking.insert(withLacking.begin() + 4,
+                                                                      m.lacking);
+                                                   return withLacking;
+                                               }()}) {
+            objects->script({walked});
+            for (const char* text : {"ue", "", "1", "x"}) {
+                pattern->value(text);
+                for (int b : {-3, 1, 2}) {
+                    bound->value(b);
+                    TNObjectSequence kept;
+                    const std::string expected = raised([&] {
+                        for (const auto& element : walked) {
+                            x->object(element);
+                            if (shape->test())
+                                kept.push_back(element);
+                        }
+                    });
+                    SCOPED_TRACE(std::string(text) + " " + std::to_string(b) + " " + expected);
+                    if (expected != "nothing") {
+                        EXPECT_EQ(raised([&] { filter.count(); }), expected);
+                        continue;
+                    }
+                    EXPECT_EQ(filter(), kept);
+                    EXPECT_EQ(x->object().get(), walked.back().get());
+                }
+            }
+        }
+        shared.adopt(new TNFilterExpr(filter));
+    }
+}
