@@ -350,13 +350,9 @@ const Body* plainBody(const TNValueAbsExpr* abstraction, TNObjectVarExpr*& varia
 
 // Fills in `plan` when `predicate` is an attribute test; leaves it empty otherwise.
 void recognizeAttributeTest(const TNValueAbsExpr* predicate, tn_detail::AttributeTestPlan& plan) {
-    if (predicate != nullptr) {
-        tn_detail::recognizeSlotTest(predicate->expr().get(), predicate->contextObject().get(),
-                                     plan.slotTest);
-        if (plan.slotTest.variable == nullptr)
-            tn_detail::recognizeCompoundTest(predicate->expr().get(),
-                                             predicate->contextObject().get(), plan.compound);
-    }
+    if (predicate != nullptr)
+        tn_detail::recognizePredicate(predicate->expr().get(), predicate->contextObject().get(),
+                                      plan.predicate);
     TNObjectVarExpr* variable = nullptr;
     const auto* test = plainBody<TNRelationalExpr>(predicate, variable);
     if (test == nullptr)
@@ -399,16 +395,10 @@ void filterInto(const TNFilterExpr& filter, const TNObjectCollectionExpr& collec
         bool& streaming; // the variable bound to the last element, and left there
 
         void plan() const {
-            if (planned)
-                return;
-            tn_detail::planSlotTestOnce(planned, test, [&]() -> const tn_detail::SlotTestPlan& {
-                return filter.attributeTest().slotTest;
-            });
-            if (test)
-                return;
-            if (const tn_detail::CompoundTestPlan& combined = filter.attributeTest().compound;
-                combined.variable != nullptr)
-                compound.emplace(combined);
+            tn_detail::planPredicateOnce(planned, test, compound,
+                                         [&]() -> const tn_detail::PredicatePlan& {
+                                             return filter.attributeTest().predicate;
+                                         });
         }
         // keep(element) where `kept`; a Keep that only counts adds without a branch, so that
         // a walk deciding from slots need not wait for each slot before reading the next.

@@ -256,6 +256,13 @@ void recognizeCompoundTest(const TNValueExpr* condition, TNObjectVarExpr* variab
         plan.variable = variable;
 }
 
+void recognizePredicate(const TNValueExpr* condition, TNObjectVarExpr* variable,
+                        PredicatePlan& plan) {
+    recognizeSlotTest(condition, variable, plan.slotTest);
+    if (plan.slotTest.variable == nullptr)
+        recognizeCompoundTest(condition, variable, plan.compound);
+}
+
 bool SlotTest::adoptSource(const TNClass* cls, const TNObject& element) const noexcept {
     m_sourceClass = nullptr;
     if (cls == nullptr)

@@ -16,24 +16,32 @@ TNValue TNQuantifierExpr::quantify(bool whileResult) const {
         const bool whileResult;
         bool& result;
         std::optional<tn_detail::SlotTest>& test;
+        std::optional<tn_detail::CompoundTest>& compound; // where test is none
         bool& planned;
 
         void plan() const {
-            tn_detail::planSlotTestOnce(planned, test, [&]() -> const tn_detail::SlotTestPlan& {
-                return tn_detail::shapeCacheIn<tn_detail::SlotTestPlan>(node.m_plan)
-                    .get([&](tn_detail::SlotTestPlan& derived) {
-                        tn_detail::recognizeSlotTest(node.m_condition.get(),
-                                                     node.m_boundVariable.get(), derived);
-                    });
-            });
+            tn_detail::planPredicateOnce(
+                planned, test, compound, [&]() -> const tn_detail::PredicatePlan& {
+                    return tn_detail::shapeCacheIn<tn_detail::PredicatePlan>(node.m_plan)
+                        .get([&](tn_detail::PredicatePlan& derived) {
+                            tn_detail::recognizePredicate(node.m_condition.get(),
+                                                          node.m_boundVariable.get(), derived);
+                        });
+                });
         }
-        bool one(const SgxSimplePtr<TNObject>& element) const {
+        // Out of line, so that a walk under a single test stays small.
+        [[gnu::noinline]] int decideCombined(const TNObject* element) const {
+            return compound ? compound->decide(element) : -1;
+        }
+        [[gnu::always_inline]] bool one(const SgxSimplePtr<TNObject>& element) const {
             tnVariable(node, node.m_boundVariable).object(element);
-            int answer = test ? test->decide(element.get()) : -1;
+            int answer = test ? test->decide(element.get()) : decideCombined(element.get());
             if (answer < 0) {
                 answer = tnOperand(node, node.m_condition).test() ? 1 : 0;
                 if (test)
                     test->prepare(element.get());
+                else if (compound)
+                    compound->prepare(element.get());
             }
             result = answer != 0;
             return result == whileResult;
@@ -77,8 +85,10 @@ TNValue TNQuantifierExpr::quantify(bool whileResult) const {
     };
     bool result = whileResult;
     std::optional<tn_detail::SlotTest> test;
+    std::optional<tn_detail::CompoundTest> compound;
     bool planned = false;
-    tnOperand(*this, m_collection).forEach(Visit{*this, whileResult, result, test, planned});
+    tnOperand(*this, m_collection)
+        .forEach(Visit{*this, whileResult, result, test, compound, planned});
     return TNValue(result);
 }
 

@@ -389,18 +389,6 @@ private:
     bool m_ordering = m_plan.op > TNRelationalExpr::TNNotEqual;
 };
 
-// Makes `test` from the plan `derive()` gives, when that plan recognized a slot test, the first
-// time a walk reaches an element (`planned` false): after every evaluation of the collection,
-// which may change the graph, and before the first test.
-template <class Derive>
-void planSlotTestOnce(bool& planned, std::optional<SlotTest>& test, Derive&& derive) {
-    if (planned)
-        return;
-    planned = true;
-    if (const SlotTestPlan& plan = derive(); plan.variable != nullptr)
-        test.emplace(plan);
-}
-
 // Rule 6 for a predicate that combines slot tests of one variable with and, or, not and
 // implies (TNBooleanExpr, any depth, at most maxLeaves tests): the tests and the tree over them,
 // its root last. A node is a test (op 0, lhs its index) or an operator over earlier nodes.
@@ -469,6 +457,31 @@ private:
     std::optional<SlotTest> m_leaves[CompoundTestPlan::maxLeaves];
 };
 
+// A condition as rule 6 decides it: a single slot test, or else a combination of them.
+struct PredicatePlan {
+    SlotTestPlan slotTest;
+    CompoundTestPlan compound;
+};
+// Fills `plan` as far as `condition`, evaluated with `variable` bound, is such a predicate.
+void recognizePredicate(const TNValueExpr* condition, TNObjectVarExpr* variable,
+                        PredicatePlan& plan);
+
+// Makes `test` or `compound` from the plan `derive()` gives, as that plan recognized, the first
+// time a walk reaches an element (`planned` false): after every evaluation of the collection,
+// which may change the graph, and before the first test.
+template <class Derive>
+void planPredicateOnce(bool& planned, std::optional<SlotTest>& test,
+                       std::optional<CompoundTest>& compound, Derive&& derive) {
+    if (planned)
+        return;
+    planned = true;
+    const PredicatePlan& plan = derive();
+    if (plan.slotTest.variable != nullptr)
+        test.emplace(plan.slotTest);
+    else if (plan.compound.variable != nullptr)
+        compound.emplace(plan.compound);
+}
+
 // A filter's predicate recognized as x -> attr(name, x) == constant (or !=), x a plain variable,
 // which the filter compares itself, and the comparison it last prepared for a class of objects.
 struct AttributeTestPlan {
@@ -482,8 +495,7 @@ struct AttributeTestPlan {
     ptrdiff_t slotDistance = 0;
     // The predicate as a slot test of any operator and kind, where it is one, or else as a
     // combination of them.
-    SlotTestPlan slotTest;
-    CompoundTestPlan compound;
+    PredicatePlan predicate;
 };
 
 // What a map knows of its function from the function's shape. A function x -> count(C) (x a

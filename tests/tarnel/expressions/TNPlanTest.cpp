@@ -573,6 +573,9 @@ TEST(TNPlan, CombinedSlotTestsDecideAsNodeByNode) {
         new B(truth, B::TNImplies, less),
         new B(new B(less, B::TNOr, truth), B::TNAnd, new B(found, B::TNNot, nullptr)),
         new B(low, B::TNOr, new B(less, B::TNAnd, truth)),
+        new B(found, B::TNOr, low), // the object lacking "s" raises before "e" is read
+        // A search in a number is left to the nodes, which search its text.
+        new B(new TNRegExpMatchExpr(new TNConstantExpr("1"), new TNAttrExpr("i", x)), B::TNOr, low),
     };
     const size_t order[] = {0, 2, 4, 0, 2, 4, 1, 3, 1, 3};
     TNObjectSequence elements;
@@ -581,6 +584,22 @@ TEST(TNPlan, CombinedSlotTestsDecideAsNodeByNode) {
     TNExprOwner shared;
     for (TNValueExpr* shape : shapes) {
         TNFilterExpr filter(new TNValueAbsExpr(x, shape), objects);
+        TNSomeExpr some(objects, shape, x);
+        TNAllExpr all(objects, shape, x);
+        // What a quantifier walking `walked` node by node answers ("true", "false" or what it
+        // raises), and the element it leaves its variable on.
+        const auto quantified = [&](const TNObjectSequence& walked, bool whileResult) {
+            TNObject* last = nullptr;
+            bool result = whileResult;
+            const std::string failure = raised([&] {
+                for (const auto& element : walked) {
+                    x->object(last = element.get());
+                    if ((result = shape->test()) != whileResult)
+                        return;
+                }
+            });
+            return std::pair(failure != "nothing" ? failure : result ? "true" : "false", last);
+        };
         for (const TNObjectSequence& walked : {elements, [&] {
                                                    TNObjectSequence withLacking = elements;
                                                    withLacking.insert(withLacking.begin() + 4,
@@ -601,6 +620,15 @@ TEST(TNPlan, CombinedSlotTestsDecideAsNodeByNode) {
                         }
                     });
                     SCOPED_TRACE(std::string(text) + " " + std::to_string(b) + " " + expected);
+                    for (TNQuantifierExpr* quantifier : {static_cast<TNQuantifierExpr*>(&some),
+                                                         static_cast<TNQuantifierExpr*>(&all)}) {
+                        const auto [answer, on] = quantified(walked, quantifier == &all);
+                        std::string got;
+                        const std::string failure = raised(
+                            [&] { got = quantifier->operator()().asBoolean() ? "true" : "false"; });
+                        EXPECT_EQ(failure != "nothing" ? failure : got, answer);
+                        EXPECT_EQ(x->object().get(), on);
+                    }
                     if (expected != "nothing") {
                         EXPECT_EQ(raised([&] { filter.count(); }), expected);
                         continue;
@@ -611,5 +639,7 @@ TEST(TNPlan, CombinedSlotTestsDecideAsNodeByNode) {
             }
         }
         shared.adopt(new TNFilterExpr(filter));
+        shared.adopt(new TNSomeExpr(some));
+        shared.adopt(new TNAllExpr(all));
     }
 }
