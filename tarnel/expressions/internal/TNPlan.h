@@ -57,7 +57,7 @@
 // by one class: frozen link arrays so marked, and a class's own instances) is decided after its
 // first element from the slot or link word at the same place in each, their headers unread, the
 // elements some places ahead being loaded early so that their waits for memory overlap. A
-// filter's predicate that combines such tests of one variable with and, or, not and implies
+// predicate or condition that combines such tests of one variable with and, or, not and implies
 // (CompoundTest) is decided test by test, each reached only where the operators evaluated node
 // by node would reach it. The variable is left bound as binding each element in turn leaves it
 // (nothing in such a test reads it meanwhile); elements a test cannot decide (another class met
@@ -65,7 +65,7 @@
 // no link, two for ExactlyOne, a link slot not frozen, a search in what is not a text) are
 // evaluated node by node, and raise what they raise. Quantifiers stop where they always stop
 // (their first deciding element); no walk stops earlier than a node-by-node walk but under rule
-// 8. Plan: SlotTestPlan or CompoundTestPlan (TNCollectionPlan.h) in the node's
+// 8. Plan: PredicatePlan (a SlotTestPlan or a CompoundTestPlan, TNCollectionPlan.h) in the node's
 // OpaqueShapeCache, derived after any graph change, and read at the walk's first element, after
 // the collection's evaluations.
 //
