@@ -21,6 +21,23 @@ namespace {
 
 using SortKeys = std::vector<TNSortExpr::SortKey>;
 
+// Appends the elements of `collection` to `out` as its forEach hands them over, with the same
+// evaluations and failures as evaluating it.
+void gather(const TNObjectCollectionExpr& collection, TNObjectSequence& out) {
+    struct Append {
+        TNObjectSequence& out;
+        bool operator()(const SgxSimplePtr<TNObject>& element) const {
+            out.push_back(element);
+            return true;
+        }
+        bool operator()(const SgxSimplePtr<TNObject>* first, size_t count, bool) const {
+            out.insert(out.end(), first, first + count);
+            return true;
+        }
+    };
+    collection.forEach(Append{out});
+}
+
 // Sorts v[first, last) by `before` with a merge sort that only ever touches positions inside the
 // range, whatever `before` answers. Sort keys may make the comparison inconsistent (TNVNone is
 // less than itself, NaN compares false both ways, a key may change between evaluations), and the
@@ -55,20 +72,28 @@ bool ordered(const TNSortExpr::SortKey& key, const TNValue& a, const TNValue& b)
 
 // The keys of one sort, and for each whether it is evaluated once per element (rule 7,
 // TNPlan.h): its body has no effect but its value (tn_detail::effectFree) and its variable is a
-// plain one, so evaluating it again for each comparison could only repeat the same value.
+// plain one, so evaluating it again for each comparison could only repeat the same value. The
+// answers are a bit per key (keys past the 64th are evaluated per comparison), found once per
+// graph change and kept in the sort node's plan (SortOnce).
+struct SortOnce {
+    uint64_t once = 0;
+};
+uint64_t onceKeys(const SortKeys& keys) {
+    uint64_t once = 0;
+    for (size_t k = 0; k < keys.size() && k < 64; ++k) {
+        const TNValueAbsExpr* key = keys[k].key.get();
+        const TNObjectVarExpr* variable = key != nullptr ? key->contextObject().get() : nullptr;
+        const TNValueExpr* body = key != nullptr ? key->expr().get() : nullptr;
+        if (variable != nullptr && body != nullptr &&
+            tn_detail::isExactly<TNObjectVarExpr>(*variable) && tn_detail::effectFree(*body))
+            once |= uint64_t(1) << k;
+    }
+    return once;
+}
 struct SortPlan {
     const SortKeys& keys;
-    std::vector<bool> once;
-    explicit SortPlan(const SortKeys& sortKeys) : keys(sortKeys), once(sortKeys.size()) {
-        for (size_t k = 0; k < keys.size(); ++k) {
-            const TNValueAbsExpr* key = keys[k].key.get();
-            const TNObjectVarExpr* variable = key != nullptr ? key->contextObject().get() : nullptr;
-            const TNValueExpr* body = key != nullptr ? key->expr().get() : nullptr;
-            once[k] = variable != nullptr && body != nullptr &&
-                      tn_detail::isExactly<TNObjectVarExpr>(*variable) &&
-                      tn_detail::effectFree(*body);
-        }
-    }
+    uint64_t once;
+    bool isOnce(size_t k) const { return k < 64 && ((once >> k) & 1) != 0; }
 };
 
 void sortRange(TNObjectSequence& seq, size_t first, size_t last, const SortPlan& plan, size_t k);
@@ -209,7 +234,7 @@ void sortRange(TNObjectSequence& seq, size_t first, size_t last, const SortPlan&
     if (last - first < 2 || k >= plan.keys.size())
         return;
     const TNSortExpr::SortKey& key = plan.keys[k];
-    if (plan.once[k] && sortByKeyValues(seq, first, last, plan, k))
+    if (plan.isOnce(k) && sortByKeyValues(seq, first, last, plan, k))
         return;
     const TNValueAbsExpr& abs = *key.key;
     mergeSort(seq, first, last,
@@ -643,21 +668,10 @@ size_t TNFilterExpr::count() const {
 void TNTraverseExpr::appendTo(TNObjectSequence& out) const {
     // path(element), its variable bound and its body visited rather than gathered: each part's
     // evaluations are done before its elements are appended, which has no effect.
-    struct Append {
-        TNObjectSequence& out;
-        bool operator()(const SgxSimplePtr<TNObject>& element) const {
-            out.push_back(element);
-            return true;
-        }
-        bool operator()(const SgxSimplePtr<TNObject>* first, size_t count, bool) const {
-            out.insert(out.end(), first, first + count);
-            return true;
-        }
-    };
     const TNObjectCollectionAbsExpr& path = tnOperand(*this, m_path);
     tnOperand(*this, m_collection).forEach([&](const SgxSimplePtr<TNObject>& element) {
         tnVariable(path, path.contextObject()).object(element);
-        tnOperand(path, path.expr()).forEach(Append{out});
+        gather(tnOperand(path, path.expr()), out);
         return true;
     });
 }
@@ -686,11 +700,28 @@ void TNTraverseExpr::forEach(const TNObjectVisitor& visit) const {
     });
 }
 
+void TNSortExpr::sortInPlace(TNObjectSequence& elements) const {
+    if (elements.size() < 2 || m_keys.empty())
+        return;
+    // A copy: a key's evaluation may change the graph, which derives the plan anew.
+    const uint64_t once = tn_detail::shapeCacheIn<SortOnce>(m_plan)
+                              .get([&](SortOnce& derived) { derived.once = onceKeys(m_keys); })
+                              .once;
+    sortRange(elements, 0, elements.size(), SortPlan{m_keys, once}, 0);
+}
+
 TNObjectSequence TNSortExpr::operator()() const {
     TNObjectSequence elements = tnOperand(*this, m_collection)();
-    if (elements.size() >= 2 && !m_keys.empty())
-        sortRange(elements, 0, elements.size(), SortPlan(m_keys), 0);
+    sortInPlace(elements);
     return elements;
+}
+
+void TNSortExpr::forEach(const TNObjectVisitor& visit) const {
+    m_kept.use([&](TNObjectSequence& elements) {
+        gather(tnOperand(*this, m_collection), elements);
+        sortInPlace(elements);
+        visit.each(elements.data(), elements.size());
+    });
 }
 
 void TNSortExpr::prepareForDeletion() const {
@@ -720,6 +751,14 @@ TNObjectSequence TNReverseExpr::operator()() const {
     TNObjectSequence elements = tnOperand(*this, m_collection)();
     std::reverse(elements.begin(), elements.end());
     return elements;
+}
+
+void TNReverseExpr::forEach(const TNObjectVisitor& visit) const {
+    m_kept.use([&](TNObjectSequence& elements) {
+        gather(tnOperand(*this, m_collection), elements);
+        std::reverse(elements.begin(), elements.end());
+        visit.each(elements.data(), elements.size());
+    });
 }
 
 namespace {

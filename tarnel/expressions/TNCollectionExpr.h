@@ -169,6 +169,8 @@ public:
     TNSortExpr() = default;
 
     TNObjectSequence operator()() const override;
+    // Visits the sorted elements, sorted in a sequence the node keeps for its next evaluation.
+    void forEach(const TNObjectVisitor& visit) const override;
     void prepareForDeletion() const override;
 
     // Appends a key after those already given.
@@ -178,6 +180,13 @@ public:
 
     TN_EXPR_FIELD(std::vector<SortKey>, keys);
     TN_EXPR_FIELD(TNObjectCollectionExprPtr, collection);
+
+private:
+    void sortInPlace(TNObjectSequence& elements) const;
+
+    // Which keys are evaluated once per element, found once per graph change.
+    mutable tn_detail::OpaqueShapeCache m_plan;
+    mutable tn_detail::KeptSequence m_kept;
 };
 
 // `collection` with each object once. Stable: first occurrences in their order. Not stable: in
@@ -203,9 +212,14 @@ public:
         : m_collection(collection) {}
 
     TNObjectSequence operator()() const override;
+    // Visits the elements reversed in a sequence the node keeps for its next evaluation.
+    void forEach(const TNObjectVisitor& visit) const override;
     void prepareForDeletion() const override;
 
     TN_EXPR_FIELD(TNObjectCollectionExprPtr, collection);
+
+private:
+    mutable tn_detail::KeptSequence m_kept;
 };
 
 // ---------------------------------------------------------------------------------------------

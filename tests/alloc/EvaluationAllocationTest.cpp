@@ -90,6 +90,10 @@ TEST(EvaluationAllocation, SteadyStateAllocatesNothingPerElement) {
          "Package.allInstances()->select(p | p.classes->collect(c | c.operations)"
          "->exists(o | o.order < 0))->size()",
          0},
+        {"a quantifier over reversed links in each element",
+         "Class.allInstances()->select(c | c.operations->reverse()->exists(o | o.order < 0))"
+         "->size()",
+         0},
         // A sorted sequence grows by doubling when it is not sized ahead: two blocks for 4x.
         {"sort by two attribute keys",
          "Class.allInstances()->sortedBy(c | c.isAbstract desc, c.order desc)", 2},
