@@ -999,9 +999,23 @@ template <class Sink> void TNMapExpr::textsInto(Sink& sink) const {
         bool operator()(const SgxSimplePtr<TNObject>* first, size_t count, bool) const {
             sink.grow(count);
             if (plan.step == nullptr || std::max(expected, count) < lookAheadFrom) {
+                // A function reading an attribute of its variable: the text it reads lies apart
+                // from the object, so it is loaded too, once the object's slot has arrived.
+                const TNValueExpr* body = function.expr().get();
+                const auto* attr = plan.counted == nullptr && body != nullptr &&
+                                           tn_detail::isExactly<TNAttrExpr>(*body) &&
+                                           static_cast<const TNAttrExpr*>(body)->object().get() ==
+                                               function.contextObject().get()
+                                       ? static_cast<const TNAttrExpr*>(body)
+                                       : nullptr;
                 for (size_t i = 0; i < count; ++i) {
                     if (plan.counted == nullptr && i + elementsAhead < count)
                         loadObject(first[i + elementsAhead].get());
+                    if (attr != nullptr && i + elementsAhead / 2 < count)
+                        if (const TNAttribute* slot =
+                                attr->cachedSlot(*first[i + elementsAhead / 2]))
+                            if (const char* text = slot->textInPlace())
+                                __builtin_prefetch(text);
                     (*this)(first[i]);
                 }
                 return true;

@@ -431,6 +431,20 @@ TNAttribute& TNAttrExpr::slotOf(TNObject& object) const {
     return findSlot(object, nameNode, constantName);
 }
 
+const TNAttribute* TNAttrExpr::cachedSlot(const TNObject& object) const noexcept {
+    const TNValueExpr* nameNode = m_name.get();
+    const TNClass* cls = object.getClass().get();
+    if (nameNode == nullptr || !tn_detail::isExactly<TNConstantExpr>(*nameNode) || cls == nullptr ||
+        cls->instanceId() != m_cachedClass ||
+        static_cast<const TNConstantExpr*>(nameNode)->stamp() != m_cachedNameStamp)
+        return nullptr;
+    try {
+        return &const_cast<TNObject&>(object)[*m_cachedDesc];
+    } catch (...) {
+        return nullptr; // what slotOf would raise, it raises when its turn comes
+    }
+}
+
 TNAttribute& TNAttrExpr::findSlot(TNObject& object, const TNValueExpr& nameNode,
                                   bool constantName) const {
     // A constant name is read in place: evaluating it would copy its text.

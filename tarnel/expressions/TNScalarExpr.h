@@ -243,6 +243,10 @@ public:
     const TNAttribute& slotFor(const SgxSimplePtr<TNObject>& object) const {
         return slotOf(*object);
     }
+    // The slot slotFor(object) would give, where the node's cache gives it without a lookup (an
+    // object of the class last read, the same constant name); null otherwise. Raises nothing:
+    // for a caller that only loads ahead what a later evaluation will read.
+    const TNAttribute* cachedSlot(const TNObject& object) const noexcept;
 
 private:
     SgxSimplePtr<TNObject> objectOperand() const;
