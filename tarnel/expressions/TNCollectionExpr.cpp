@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <optional>
 #include <typeinfo>
@@ -411,6 +412,9 @@ void recognizeAttributeTest(const TNValueAbsExpr* predicate, tn_detail::Attribut
     plan.negated = op == TNRelationalExpr::TNNotEqual;
 }
 
+// A total no collection has announced (TNObjectVisitor::expect).
+constexpr size_t unknownTotal = SIZE_MAX;
+
 // Hands `keep` the elements of `collection` that `predicate` accepts, in order; `filter` holds
 // them, and what its predicate was recognized as (TNFilterExpr::attributeTest).
 template <class Keep>
@@ -427,7 +431,7 @@ void filterInto(const TNFilterExpr& filter, const TNObjectCollectionExpr& collec
         std::optional<tn_detail::SlotTest>& test;
         std::optional<tn_detail::CompoundTest>& compound; // where test is none
         bool& planned;
-        size_t& total; // what the collection said it hands over (expect), or npos
+        size_t& total; // what the collection said it hands over (expect), or unknownTotal
         bool& streamChecked;
         bool& streaming; // the variable bound to the last element, and left there
 
@@ -464,7 +468,7 @@ void filterInto(const TNFilterExpr& filter, const TNObjectCollectionExpr& collec
                 if (streamChecked)
                     return;
                 streamChecked = true;
-                if (total == std::string::npos || total == 0 ||
+                if (total == unknownTotal || total == 0 ||
                     !tn_detail::isExactly<TNAllInstancesExpr>(collection) ||
                     !test->decidesEveryObjectOf(model) ||
                     tn_detail::overwrittenOriginals.load(std::memory_order_relaxed) != 0 ||
@@ -533,7 +537,7 @@ void filterInto(const TNFilterExpr& filter, const TNObjectCollectionExpr& collec
     std::optional<tn_detail::SlotTest> test;
     std::optional<tn_detail::CompoundTest> compound;
     bool planned = false;
-    size_t total = std::string::npos;
+    size_t total = unknownTotal;
     bool streamChecked = false, streaming = false;
     collection.forEach(Visit{filter, predicate, collection, keep, test, compound, planned, total,
                              streamChecked, streaming});

@@ -100,6 +100,12 @@ const std::vector<TNValue>& constants() {
     return values;
 }
 
+// Frees, once each, the operands that graphs on the stack share: each node is copied to the
+// heap and the copies given to `owner`, which deletes the shared graph when it goes.
+template <class... Nodes> void adoptCopies(TNExprOwner& owner, const Nodes&... nodes) {
+    (owner.adopt(new Nodes(nodes)), ...);
+}
+
 } // namespace
 
 TEST(TNPlan, ComparisonsOnViewsMatchComparingValuesForEveryTypeAndOperator) {
@@ -257,12 +263,8 @@ TEST(TNPlan, TextSumsAndMapsReadValuesInPlace) {
                             new TNConstantExpr("3"));
     x->object(m.objects[4]);
     EXPECT_EQ(show(number()), show(TNValue(5)));
-    TNExprOwner shared; // the three share their operands
-    shared.adopt(new TNMapExpr(map));
-    shared.adopt(new TNMapExpr(attrs));
-    shared.adopt(new TNArithmeticExpr(number));
-    shared.adopt(new TNDelimiterExpr(joined));
-    shared.adopt(new TNDelimiterExpr(join));
+    TNExprOwner shared; // they share their operands
+    adoptCopies(shared, map, attrs, number, joined, join);
 }
 
 namespace {
@@ -428,13 +430,7 @@ TEST(TNPlan, SlotTestsInFiltersAndQuantifiersDecideAsNodeByNode) {
     EXPECT_EQ(raised([&] { overClass.count(); }), none);
     EXPECT_EQ(x->object().get(), m.holdsNone);
     TNExprOwner shared;
-    shared.adopt(new TNFilterExpr(overClass));
-    shared.adopt(new TNSomeExpr(someOfClass));
-    shared.adopt(new TNAllExpr(allOfClass));
-    shared.adopt(new TNFilterExpr(filter));
-    shared.adopt(new TNSomeExpr(some));
-    shared.adopt(new TNAllExpr(all));
-    shared.adopt(new TNFilterExpr(truths));
+    adoptCopies(shared, overClass, someOfClass, allOfClass, filter, some, all, truths);
 }
 
 TEST(TNPlan, SortKeysOfLibraryNodesOnceHostNodesEveryComparison) {
@@ -487,9 +483,7 @@ TEST(TNPlan, SortKeysOfLibraryNodesOnceHostNodesEveryComparison) {
     EXPECT_FALSE(below().asBoolean()); // -2, -1, 0 are below 1; 1 is not
     EXPECT_EQ(times(evaluated, "bound"), 4);
     TNExprOwner shared;
-    shared.adopt(new TNSortExpr(sorted));
-    shared.adopt(new TNSortExpr(probed));
-    shared.adopt(new TNAllExpr(below));
+    adoptCopies(shared, sorted, probed, below);
 }
 
 namespace {
@@ -544,9 +538,7 @@ TEST(TNPlan, ConsumersOfAFilterSeeWhatTheFinishedFilterGives) {
     EXPECT_TRUE(all().asBoolean());
     EXPECT_EQ(lowering->evaluations, 3);
     TNExprOwner shared;
-    shared.adopt(new TNObjectExtractionExpr(first));
-    shared.adopt(new TNSomeExpr(sameAsLast));
-    shared.adopt(new TNAllExpr(all));
+    adoptCopies(shared, first, sameAsLast, all);
 }
 
 TEST(TNPlan, CombinedSlotTestsDecideAsNodeByNode) {
@@ -638,8 +630,6 @@ TEST(TNPlan, CombinedSlotTestsDecideAsNodeByNode) {
                 }
             }
         }
-        shared.adopt(new TNFilterExpr(filter));
-        shared.adopt(new TNSomeExpr(some));
-        shared.adopt(new TNAllExpr(all));
+        adoptCopies(shared, filter, some, all);
     }
 }
